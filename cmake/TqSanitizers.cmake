@@ -1,0 +1,5 @@
+if(TQ_SANITIZE)
+  list(JOIN TQ_SANITIZE "," _tq_san)
+  add_compile_options(-fsanitize=${_tq_san} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${_tq_san})
+endif()

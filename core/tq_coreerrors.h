@@ -1,0 +1,24 @@
+// How the patched Lua core raises and catches errors: included by luaconf.h for the core's
+// own files only.
+#ifndef TQ_COREERRORS_H
+#define TQ_COREERRORS_H
+
+#include <exception>
+
+#include <tqkernel/exceptions.h>
+
+// Hands the error to the state's universe's error handler, which throws.
+[[noreturn]] void tqcore_throw(lua_State *L, int status);
+
+// Map an exception caught at a protected boundary to a Lua status, pushing the error
+// value where the exception did not leave one on the stack.
+int tqcore_caughtLuaException(lua_State *L, const TqLuaException &e) noexcept;
+int tqcore_caughtStdException(lua_State *L, const std::exception &e) noexcept;
+int tqcore_caughtUnknownException(lua_State *L) noexcept;
+
+#define TQCORE_CATCH(L, status)                                                             \
+  catch (const TqLuaException &tq_e) { status = tqcore_caughtLuaException(L, tq_e); }       \
+  catch (const std::exception &tq_e) { status = tqcore_caughtStdException(L, tq_e); }       \
+  catch (...) { status = tqcore_caughtUnknownException(L); }
+
+#endif

@@ -1,0 +1,169 @@
+#include <tqkernel/exceptions.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "runtime/exceptions_internal.h"
+#include "runtime/universe_internal.h"
+
+namespace {
+
+TqExceptionsThrowHook sThrowHook = nullptr;
+TqExceptionsCatchHook sCatchHook = nullptr;
+
+// Built at library start so that reporting a failed allocation needs no allocation of its
+// own ("out of memory" fits the string's inline buffer).
+const TqLuaException sOutOfMemory("out of memory", LUA_ERRMEM);
+
+// One buffer per thread: describing runs while an error is being thrown.
+thread_local char tDescription[2048];
+thread_local bool tDescribing = false;
+
+const char *fallbackDescription(int status) {
+  return status == LUA_ERRSYNTAX ? "LuaSyntaxException" : "LuaRunException";
+}
+
+// The text of the error value on top of L's stack, through the global tostring.
+const char *describeTopValue(lua_State *L, int status) {
+  if (!L || lua_gettop(L) == 0 || tDescribing) return fallbackDescription(status);
+  tDescribing = true;
+  struct Reset {
+    ~Reset() { tDescribing = false; }
+  } reset;
+  tDescription[0] = '\0';
+  const int top = lua_gettop(L);
+  luaL_checkstack(L, 10, "exception processing");
+  lua_getglobal(L, "tostring");
+  lua_pushvalue(L, top);
+  if (!lua_isnil(L, -2) && lua_pcall(L, 1, 1, 0) == 0 && lua_type(L, -1) == LUA_TSTRING) {
+    std::snprintf(tDescription, sizeof tDescription, "%s", lua_tostring(L, -1));
+  }
+  lua_settop(L, top);
+  return tDescription[0] ? tDescription : fallbackDescription(status);
+}
+
+void defaultErrorHandler(void *, lua_State *L, int status) {
+  if (status == LUA_ERRMEM) TqThrowInsufficientMemory();
+  const char *text = tq::describeError(L, status);
+  TqExceptions_willThrow(L, text);
+  throw TqLuaException(text, status);
+}
+
+int defaultPanicHandler(void *, lua_State *L) {
+  int status = lua_status(L);
+  if (status == 0) status = LUA_ERRERR;
+  const char *text = tq::describeError(L, status);
+  if (status != LUA_ERRMEM) TqExceptions_willThrow(L, text);
+  throw TqLuaException(text, status);
+}
+
+const TqLuaExceptionHandlers sDefaultHandlers = {nullptr, defaultErrorHandler,
+                                                 defaultPanicHandler, nullptr};
+
+TQ_NORETURN void raiseText(lua_State *L, const char *text) {
+  lua_pushstring(L, text);
+  lua_error(L);
+  __builtin_unreachable();
+}
+
+TQ_NORETURN void raiseFieldError(lua_State *L, const char *className, const char *fieldName,
+                                 const char *verb) {
+  char text[512];
+  if (className && fieldName) {
+    std::snprintf(text, sizeof text, "%s does not support %s field %s.", className, verb, fieldName);
+  } else if (className) {
+    std::snprintf(text, sizeof text, "%s does not support %s the requested field.", className, verb);
+  } else if (fieldName) {
+    std::snprintf(text, sizeof text, "Could not %s field %s in the target object.",
+                  std::strcmp(verb, "setting") == 0 ? "set" : "read", fieldName);
+  } else {
+    std::snprintf(text, sizeof text, "Could not %s a field in the target object.",
+                  std::strcmp(verb, "setting") == 0 ? "set" : "read");
+  }
+  raiseText(L, text);
+}
+
+}  // namespace
+
+TqLuaException::TqLuaException(const char *message, int code)
+    : message_(message ? message : "(no message)"), code_(code) {}
+
+const char *TqLuaException::what() const noexcept { return message_.c_str(); }
+
+const char *tq::describeError(lua_State *L, int status) {
+  switch (status) {
+    case 0: return "";
+    case LUA_ERRRUN:
+    case LUA_ERRSYNTAX: return describeTopValue(L, status);
+    case LUA_ERRMEM: return "There wasn't enough memory available to complete the operation.";
+    case LUA_ERRERR: return "An internal logic error occurred.";
+    default: return "An unidentifed error occurred.";
+  }
+}
+
+const TqLuaExceptionHandlers &tq::defaultExceptionHandlers() { return sDefaultHandlers; }
+
+const TqLuaExceptionHandlers &tq::handlersFor(lua_State *L) {
+  TqLuaUniverse *universe = universeWord(L);
+  return universe ? universe->exceptionHandlers : sDefaultHandlers;
+}
+
+void tq::notifyCatch(lua_State *L, const void *exception) {
+  if (sCatchHook) sCatchHook(L, exception);
+}
+
+void TqThrowProgramError(const char *message) { throw TqLuaException(message, 0); }
+
+void TqThrowProgramErrorWithFormat(const char *format, ...) {
+  char text[2000];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  TqThrowProgramError(text);
+}
+
+void TqThrowLogicError(void) { TqThrowProgramError("An internal logic error has occurred."); }
+
+void TqThrowInsufficientMemory(void) { throw TqLuaException(sOutOfMemory); }
+
+void TqLua_throwProgramError(lua_State *L, const char *message) {
+  if (!L) TqThrowProgramError(message);
+  raiseText(L, message);
+}
+
+void TqThrowSetFieldError(lua_State *L, const char *className, const char *fieldName) {
+  raiseFieldError(L, className, fieldName, "setting");
+}
+
+void TqThrowGetFieldError(lua_State *L, const char *className, const char *fieldName) {
+  raiseFieldError(L, className, fieldName, "reading");
+}
+
+void TqThrowMissingType(lua_State *L, const char *typeName) {
+  if (!typeName) raiseText(L, "No implementation available for this type.");
+  lua_pushfstring(L, "No implementation available for %s.", typeName);
+  lua_error(L);
+  __builtin_unreachable();
+}
+
+void TqThrowUnsupportedMethod(lua_State *L, const char *methodName, ...) {
+  if (!methodName) raiseText(L, "The target does not implement this method.");
+  char name[512];
+  va_list args;
+  va_start(args, methodName);
+  std::vsnprintf(name, sizeof name, methodName, args);
+  va_end(args);
+  lua_pushfstring(L, "The target does not implement %s.", name);
+  lua_error(L);
+  __builtin_unreachable();
+}
+
+void TqExceptions_setThrowHook(TqExceptionsThrowHook hook) { sThrowHook = hook; }
+
+void TqExceptions_willThrow(lua_State *L, const char *message) {
+  if (sThrowHook) sThrowHook(L, message);
+}
+
+void TqExceptions_setCatchExceptionHook(TqExceptionsCatchHook hook) { sCatchHook = hook; }

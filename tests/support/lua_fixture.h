@@ -1,0 +1,29 @@
+// Helpers shared by the test binaries.
+#ifndef TQ_TESTS_LUA_FIXTURE_H
+#define TQ_TESTS_LUA_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <tqkernel/tqkernel.h>
+
+#include <string>
+
+namespace tqtest {
+
+// Runs a chunk with lua_pcall; returns "" on success, else the error value as text.
+std::string run(lua_State *L, const std::string &code);
+
+// Evaluates an expression and returns its tostring.
+std::string eval(lua_State *L, const std::string &expression);
+
+// A secondary universe (creating it calls KrInit first) with the standard libraries.
+class UniverseTest : public ::testing::Test {
+protected:
+  void SetUp() override;
+  void TearDown() override;
+  TqLuaUniverse *universe = nullptr;
+  lua_State *L = nullptr;
+};
+
+}  // namespace tqtest
+
+#endif

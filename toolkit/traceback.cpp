@@ -37,6 +37,10 @@ void addLevelLine(lua_State *L, luaL_Buffer *buffer, int level, lua_Debug &ar) {
                         name ? name : "[unnamed]");
   if (ar.currentline >= 1) {
     snprintf(line + length, sizeof line - length, "%s:%d\n", ar.source, ar.currentline);
+  } else if (ar.currentpc >= 1 && ar.linedefined != -1) {
+    // No line information (stripped code): place it by the function's lines and the pc.
+    snprintf(line + length, sizeof line - length, "%d:%d+%d\n", ar.lastlinedefined,
+             ar.linedefined, ar.currentpc);
   } else {
     snprintf(line + length, sizeof line - length, "%s\n", ar.what);
   }
@@ -61,7 +65,7 @@ void TqLua_pushTraceback(lua_State *L, const char *message, int, int skipLevels)
   }
   lua_Debug ar;
   for (int level = skipLevels; lua_getstack(L, level, &ar); ++level) {
-    if (lua_getinfo(L, "Slnu", &ar) == 0) {
+    if (lua_getinfo(L, "Slnuc", &ar) == 0) {
       TqThrowProgramError("Assertion failed: lua_getinfo( L, (\"Slnuc\"), &ar ) != 0");
     }
     addLevelLine(L, &buffer, level, ar);

@@ -16,9 +16,12 @@ TqExceptionsCatchHook sCatchHook = nullptr;
 // own ("out of memory" fits the string's inline buffer).
 const TqLuaException sOutOfMemory("out of memory", LUA_ERRMEM);
 
-// One buffer per thread: describing runs while an error is being thrown.
+// One buffer per thread: describing runs while an error is being thrown. Describing may
+// raise errors of its own (a failing __tostring, no stack left), which are described in
+// turn; past a few levels the fallback text ends the recursion.
 thread_local char tDescription[2048];
-thread_local bool tDescribing = false;
+thread_local int tDescribingDepth = 0;
+constexpr int kMaxDescribingDepth = 4;
 
 const char *fallbackDescription(int status) {
   return status == LUA_ERRSYNTAX ? "LuaSyntaxException" : "LuaRunException";
@@ -26,21 +29,24 @@ const char *fallbackDescription(int status) {
 
 // The text of the error value on top of L's stack, through the global tostring.
 const char *describeTopValue(lua_State *L, int status) {
-  if (!L || lua_gettop(L) == 0 || tDescribing) return fallbackDescription(status);
-  tDescribing = true;
-  struct Reset {
-    ~Reset() { tDescribing = false; }
-  } reset;
-  tDescription[0] = '\0';
+  if (!L || lua_gettop(L) == 0 || tDescribingDepth >= kMaxDescribingDepth) {
+    return fallbackDescription(status);
+  }
+  ++tDescribingDepth;
+  struct Leave {
+    ~Leave() { --tDescribingDepth; }
+  } leave;
   const int top = lua_gettop(L);
   luaL_checkstack(L, 10, "exception processing");
   lua_getglobal(L, "tostring");
   lua_pushvalue(L, top);
+  bool described = false;
   if (!lua_isnil(L, -2) && lua_pcall(L, 1, 1, 0) == 0 && lua_type(L, -1) == LUA_TSTRING) {
     std::snprintf(tDescription, sizeof tDescription, "%s", lua_tostring(L, -1));
+    described = tDescription[0] != '\0';
   }
   lua_settop(L, top);
-  return tDescription[0] ? tDescription : fallbackDescription(status);
+  return described ? tDescription : fallbackDescription(status);
 }
 
 void defaultErrorHandler(void *, lua_State *L, int status) {

@@ -1,5 +1,7 @@
 #include "support/lua_fixture.h"
 
+#include <cstdlib>
+
 namespace tqtest {
 
 std::string run(lua_State *L, const std::string &code) {
@@ -24,6 +26,16 @@ std::string eval(lua_State *L, const std::string &expression) {
   if (status != 0) result = "error: " + result;
   lua_settop(L, top);
   return result;
+}
+
+void inFreshProcess(const std::function<void()> &body) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        body();
+        std::exit(::testing::Test::HasFailure() ? 1 : 0);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 void UniverseTest::SetUp() {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <tqkernel/tqkernel.h>
 
+#include <functional>
 #include <string>
 
 namespace tqtest {
@@ -23,6 +24,11 @@ protected:
   TqLuaUniverse *universe = nullptr;
   lua_State *L = nullptr;
 };
+
+// Runs body in a fresh child process (the binary re-executed for this test only), for
+// tests of process-wide state such as the setup lists or the main universe. Failures of
+// gtest assertions inside body fail the test.
+void inFreshProcess(const std::function<void()> &body);
 
 }  // namespace tqtest
 

@@ -1,5 +1,6 @@
 #include "support/lua_fixture.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace tqtest {
@@ -28,11 +29,29 @@ std::string eval(lua_State *L, const std::string &expression) {
   return result;
 }
 
+namespace {
+
+// A death-test child's failures are not printed; show them in the parent's report.
+void reportFailuresToStderr() {
+  const ::testing::TestResult *result =
+      ::testing::UnitTest::GetInstance()->current_test_info()->result();
+  for (int i = 0; i < result->total_part_count(); ++i) {
+    const ::testing::TestPartResult &part = result->GetTestPartResult(i);
+    if (part.failed()) {
+      std::fprintf(stderr, "%s:%d: %s\n", part.file_name() ? part.file_name() : "?",
+                   part.line_number(), part.message());
+    }
+  }
+}
+
+}  // namespace
+
 void inFreshProcess(const std::function<void()> &body) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         body();
+        reportFailuresToStderr();
         std::exit(::testing::Test::HasFailure() ? 1 : 0);
       },
       ::testing::ExitedWithCode(0), "");

@@ -70,13 +70,15 @@ TEST(Threads, ConditionWaitZeroWaitsForASignal) {
 TEST(Threads, ConditionWaitTimesOutWithOne) {
   TqMutex *mutex = TqMutex_new();
   TqConditionLock *condition = TqConditionLock_new(mutex);
-  TqMutexScope scope(mutex);
-  // Spurious wake-ups return 0; a time-out must show up within a few tries.
-  int result = 0;
-  for (int tries = 0; tries < 100 && result == 0; ++tries) {
-    result = TqConditionLock_wait(condition, 0.0004);
+  {
+    TqMutexScope scope(mutex);
+    // Spurious wake-ups return 0; a time-out must show up within a few tries.
+    int result = 0;
+    for (int tries = 0; tries < 100 && result == 0; ++tries) {
+      result = TqConditionLock_wait(condition, 0.0004);
+    }
+    EXPECT_EQ(result, 1);
   }
-  EXPECT_EQ(result, 1);
   TqConditionLock_delete(condition);
   TqConditionLock_delete(nullptr);
   TqMutex_delete(mutex);

@@ -9,8 +9,6 @@
 
 namespace {
 
-using OutputFunction = void (*)(const char *);
-
 void writeToConsole(const char *piece) {
   std::printf("%s", piece);
   std::fflush(stdout);
@@ -18,14 +16,18 @@ void writeToConsole(const char *piece) {
 
 // Process-wide and lock-free: lines of different threads may interleave at the level of
 // their pieces, and the byte count is advisory.
-std::atomic<OutputFunction> sOutput{tq::platform::writeDebugOutput};
+std::atomic<TqLuaLogOutput> sOutput{tq::platform::writeDebugOutput};
 std::atomic<uint64_t> sLogSizeLimit{0};
 std::atomic<uint64_t> sBytesLogged{0};
 
 }  // namespace
 
+TqLuaLogOutput TqLua_setLogOutput(TqLuaLogOutput output) {
+  return sOutput.exchange(output ? output : tq::platform::writeDebugOutput);
+}
+
 int TqLua_setLogToConsole(int toConsole) {
-  sOutput = toConsole ? writeToConsole : tq::platform::writeDebugOutput;
+  TqLua_setLogOutput(toConsole ? writeToConsole : nullptr);
   return 0;
 }
 
@@ -34,7 +36,7 @@ void TqLua_setLogSizeLimit(uint64_t limit) { sLogSizeLimit = limit; }
 void TqLua_alwaysLogString(const char *text) {
   const uint64_t limit = sLogSizeLimit.load(std::memory_order_relaxed);
   if (limit != 0 && sBytesLogged.load(std::memory_order_relaxed) >= limit) return;
-  const OutputFunction output = sOutput.load(std::memory_order_relaxed);
+  const TqLuaLogOutput output = sOutput.load(std::memory_order_relaxed);
   output("L: ");
   if (text) {
     output(text);

@@ -1,8 +1,11 @@
-#include <tqkernel/exceptions.h>
+// Tracebacks: one line per call level, naming functions held in upvalues of their callers.
 #include <tqkernel/toolkit.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
+
+#include "toolkit/assert.h"
 
 namespace {
 
@@ -32,24 +35,28 @@ void addLevelLine(lua_State *L, luaL_Buffer *buffer, int level, lua_Debug &ar) {
     if ((name = upvalueNameOf(L)) != nullptr) kind = "upval";
     lua_pop(L, 2);
   }
-  char line[512];
-  int length = snprintf(line, sizeof line, "  %3d: %-8s %-30s - ", level, kind ? kind : "",
-                        name ? name : "[unnamed]");
+  char number[64];
+  std::snprintf(number, sizeof number, "  %3d: %-8s ", level, kind ? kind : "");
+  luaL_addstring(buffer, number);
+  const char *shownName = name ? name : "[unnamed]";
+  luaL_addstring(buffer, shownName);
+  for (size_t width = std::strlen(shownName); width < 30; ++width) luaL_addchar(buffer, ' ');
+  luaL_addstring(buffer, " - ");
   if (ar.currentline >= 1) {
-    snprintf(line + length, sizeof line - length, "%s:%d\n", ar.source, ar.currentline);
+    luaL_addstring(buffer, ar.source);
+    std::snprintf(number, sizeof number, ":%d\n", ar.currentline);
   } else if (ar.currentpc >= 1 && ar.linedefined != -1) {
     // No line information (stripped code): place it by the function's lines and the pc.
-    snprintf(line + length, sizeof line - length, "%d:%d+%d\n", ar.lastlinedefined,
-             ar.linedefined, ar.currentpc);
+    std::snprintf(number, sizeof number, "%d:%d+%d\n", ar.lastlinedefined, ar.linedefined,
+                  ar.currentpc);
   } else {
-    snprintf(line + length, sizeof line - length, "%s\n", ar.what);
+    std::snprintf(number, sizeof number, "%s\n", ar.what);
   }
-  luaL_addstring(buffer, line);
+  luaL_addstring(buffer, number);
 }
 
-}  // namespace
-
-void TqLua_pushTraceback(lua_State *L, const char *message, int, int skipLevels) {
+// Pushes the traceback text from level skipLevels upward.
+void pushTracebackFrom(lua_State *L, const char *message, int skipLevels) {
   if (sTracebackBusy.exchange(true)) {
     lua_pushliteral(L, "(push traceback failed due to re-entry!)");
     return;
@@ -65,18 +72,35 @@ void TqLua_pushTraceback(lua_State *L, const char *message, int, int skipLevels)
   }
   lua_Debug ar;
   for (int level = skipLevels; lua_getstack(L, level, &ar); ++level) {
-    if (lua_getinfo(L, "Slnuc", &ar) == 0) {
-      TqThrowProgramError("Assertion failed: lua_getinfo( L, (\"Slnuc\"), &ar ) != 0");
-    }
+    TQ_ASSERT(nullptr, lua_getinfo( L, ("Slnuc"), &ar ) != 0);
     addLevelLine(L, &buffer, level, ar);
   }
   luaL_addstring(&buffer, "---------------------------------");
   luaL_pushresult(&buffer);
 }
 
-void TqLua_dumpTraceback(lua_State *L, const char *message, int reserved) {
+void dumpTracebackFrom(lua_State *L, const char *message, int skipLevels) {
   if (message && std::strstr(message, "<TqErrorID>")) return;
-  TqLua_pushTraceback(L, message, reserved, 0);
+  pushTracebackFrom(L, message, skipLevels);
   TqLua_alwaysLogString(lua_tostring(L, -1));
   lua_pop(L, 1);
 }
+
+}  // namespace
+
+int TqLua_pushTraceback(lua_State *L, const char *message, int) {
+  pushTracebackFrom(L, message, 0);
+  return 1;
+}
+
+void TqLua_dumpTraceback(lua_State *L, const char *message, int) { dumpTracebackFrom(L, message, 0); }
+
+void TqLua_dumpTracebackVerbose(lua_State *L, const char *message, int reserved) {
+  TqLua_dumpTraceback(L, message, reserved);
+}
+
+void TqLua_dumpTracebackSkippingLevels(lua_State *L, const char *message, int skipLevels) {
+  dumpTracebackFrom(L, message, skipLevels);
+}
+
+void dumpTrace(lua_State *L) { TqLua_dumpTraceback(L, "", 0); }

@@ -8,5 +8,6 @@
 #include <tqkernel/threads.h>
 #include <tqkernel/universe.h>
 #include <tqkernel/toolkit.h>
+#include <tqkernel/userdata.h>
 
 #endif

@@ -1,0 +1,12 @@
+/* A function of the C test source, callable from the C++ tests. */
+#ifndef TQ_TESTS_TOOLKIT_C_HEADERS_H
+#define TQ_TESTS_TOOLKIT_C_HEADERS_H
+
+#include <tqkernel/lua.h>
+
+#ifdef __cplusplus
+extern "C"
+#endif
+int tqtestTypeOfNativeObjectFromC(lua_State *L);
+
+#endif

@@ -29,6 +29,48 @@ int64_t truncateToInteger(lua_Number d) {
   __builtin_unreachable();
 }
 
+// The checks behind the exported ones, given the value's Lua type so that the optional
+// forms ask for it once: argument checks sit on hot paths.
+inline lua_Number numberAt(lua_State *L, int index, int type) {
+  if (type != LUA_TNUMBER) typeError(L, index, "number");
+  return lua_tonumber(L, index);
+}
+
+int64_t integerAt(lua_State *L, int index, int type) {
+  const lua_Number d = numberAt(L, index, type);
+  const int64_t i = truncateToInteger(d);
+  // 2^63 saturates to a value that converts back to 2^63, yet it is out of range.
+  if (static_cast<lua_Number>(i) != d || d >= 0x1p63) {
+    // C's %f, not Lua's: the message shows the fraction ("1.500000").
+    char number[64];
+    std::snprintf(number, sizeof number, "%f", d);
+    TqLua_errorText(L, "expected integer, got %s", number);
+  }
+  return i;
+}
+
+inline const char *stringAt(lua_State *L, int index, int type) {
+  if (type != LUA_TSTRING) typeError(L, index, "string");
+  return lua_tostring(L, index);
+}
+
+inline int booleanAt(lua_State *L, int index, int type) {
+  if (type != LUA_TBOOLEAN) typeError(L, index, "boolean");
+  return lua_toboolean(L, index);
+}
+
+inline void *userdataAt(lua_State *L, int index, int type) {
+  if (type != LUA_TUSERDATA && type != LUA_TLIGHTUSERDATA) typeError(L, index, "userdata");
+  return lua_touserdata(L, index);
+}
+
+inline void *userdataOfKindAt(lua_State *L, int index, int type, int kind) {
+  if (type != kind) typeError(L, index, "userdata");
+  return lua_touserdata(L, index);
+}
+
+inline bool isNoneOrNil(int type) { return type <= LUA_TNIL; }
+
 }  // namespace
 
 int TqLua_type(lua_State *L, int index) {
@@ -97,47 +139,29 @@ int TqLua_popNil(lua_State *L) {
 }
 
 lua_Number TqLua_checkNumber(lua_State *L, int index) {
-  if (lua_type(L, index) != LUA_TNUMBER) typeError(L, index, "number");
-  return lua_tonumber(L, index);
+  return numberAt(L, index, lua_type(L, index));
 }
 
 int64_t TqLua_checkInteger(lua_State *L, int index) {
-  const lua_Number d = TqLua_checkNumber(L, index);
-  const int64_t i = truncateToInteger(d);
-  // 2^63 saturates to a value that converts back to 2^63, yet it is out of range.
-  if (static_cast<lua_Number>(i) != d || d >= 0x1p63) {
-    // C's %f, not Lua's: the message shows the fraction ("1.500000").
-    char number[64];
-    std::snprintf(number, sizeof number, "%f", d);
-    TqLua_errorText(L, "expected integer, got %s", number);
-  }
-  return i;
+  return integerAt(L, index, lua_type(L, index));
 }
 
 const char *TqLua_checkString(lua_State *L, int index) {
-  if (lua_type(L, index) != LUA_TSTRING) typeError(L, index, "string");
-  return lua_tostring(L, index);
+  return stringAt(L, index, lua_type(L, index));
 }
 
-int TqLua_checkBoolean(lua_State *L, int index) {
-  if (lua_type(L, index) != LUA_TBOOLEAN) typeError(L, index, "boolean");
-  return lua_toboolean(L, index);
-}
+int TqLua_checkBoolean(lua_State *L, int index) { return booleanAt(L, index, lua_type(L, index)); }
 
 void *TqLua_checkUserdata(lua_State *L, int index) {
-  const int type = lua_type(L, index);
-  if (type != LUA_TUSERDATA && type != LUA_TLIGHTUSERDATA) typeError(L, index, "userdata");
-  return lua_touserdata(L, index);
+  return userdataAt(L, index, lua_type(L, index));
 }
 
 void *TqLua_checkHeavyUserdata(lua_State *L, int index) {
-  if (lua_type(L, index) != LUA_TUSERDATA) typeError(L, index, "userdata");
-  return lua_touserdata(L, index);
+  return userdataOfKindAt(L, index, lua_type(L, index), LUA_TUSERDATA);
 }
 
 void *TqLua_checkLightUserdata(lua_State *L, int index) {
-  if (lua_type(L, index) != LUA_TLIGHTUSERDATA) typeError(L, index, "userdata");
-  return lua_touserdata(L, index);
+  return userdataOfKindAt(L, index, lua_type(L, index), LUA_TLIGHTUSERDATA);
 }
 
 void TqLua_checkAny(lua_State *L, int index) { luaL_checkany(L, index); }
@@ -155,31 +179,38 @@ void TqLua_checkType(lua_State *L, int index, int type, const char *name) {
 }
 
 lua_Number TqLua_optNumber(lua_State *L, int index, lua_Number def) {
-  return lua_isnoneornil(L, index) ? def : TqLua_checkNumber(L, index);
+  const int type = lua_type(L, index);
+  return isNoneOrNil(type) ? def : numberAt(L, index, type);
 }
 
 int64_t TqLua_optInteger(lua_State *L, int index, int64_t def) {
-  return lua_isnoneornil(L, index) ? def : TqLua_checkInteger(L, index);
+  const int type = lua_type(L, index);
+  return isNoneOrNil(type) ? def : integerAt(L, index, type);
 }
 
 const char *TqLua_optString(lua_State *L, int index, const char *def) {
-  return lua_isnoneornil(L, index) ? def : TqLua_checkString(L, index);
+  const int type = lua_type(L, index);
+  return isNoneOrNil(type) ? def : stringAt(L, index, type);
 }
 
 int TqLua_optBoolean(lua_State *L, int index, int def) {
-  return lua_isnoneornil(L, index) ? def : TqLua_checkBoolean(L, index);
+  const int type = lua_type(L, index);
+  return isNoneOrNil(type) ? def : booleanAt(L, index, type);
 }
 
 void *TqLua_optUserdata(lua_State *L, int index, void *def) {
-  return lua_isnoneornil(L, index) ? def : TqLua_checkUserdata(L, index);
+  const int type = lua_type(L, index);
+  return isNoneOrNil(type) ? def : userdataAt(L, index, type);
 }
 
 void *TqLua_optHeavyUserdata(lua_State *L, int index, void *def) {
-  return lua_isnoneornil(L, index) ? def : TqLua_checkHeavyUserdata(L, index);
+  const int type = lua_type(L, index);
+  return isNoneOrNil(type) ? def : userdataOfKindAt(L, index, type, LUA_TUSERDATA);
 }
 
 void *TqLua_optLightUserdata(lua_State *L, int index, void *def) {
-  return lua_isnoneornil(L, index) ? def : TqLua_checkLightUserdata(L, index);
+  const int type = lua_type(L, index);
+  return isNoneOrNil(type) ? def : userdataOfKindAt(L, index, type, LUA_TLIGHTUSERDATA);
 }
 
 void TqLua_warnParameterCount(lua_State *L, int expectedCount) {

@@ -55,11 +55,12 @@ void addLevelLine(lua_State *L, luaL_Buffer *buffer, int level, lua_Debug &ar) {
   luaL_addstring(buffer, number);
 }
 
-// Pushes the traceback text from level skipLevels upward.
-void pushTracebackFrom(lua_State *L, const char *message, int skipLevels) {
+}  // namespace
+
+int TqLua_pushTraceback(lua_State *L, const char *message, int, int skipLevels) {
   if (sTracebackBusy.exchange(true)) {
     lua_pushliteral(L, "(push traceback failed due to re-entry!)");
-    return;
+    return 1;
   }
   struct Release {
     ~Release() { sTracebackBusy = false; }
@@ -77,30 +78,22 @@ void pushTracebackFrom(lua_State *L, const char *message, int skipLevels) {
   }
   luaL_addstring(&buffer, "---------------------------------");
   luaL_pushresult(&buffer);
-}
-
-void dumpTracebackFrom(lua_State *L, const char *message, int skipLevels) {
-  if (message && std::strstr(message, "<TqErrorID>")) return;
-  pushTracebackFrom(L, message, skipLevels);
-  TqLua_alwaysLogString(lua_tostring(L, -1));
-  lua_pop(L, 1);
-}
-
-}  // namespace
-
-int TqLua_pushTraceback(lua_State *L, const char *message, int) {
-  pushTracebackFrom(L, message, 0);
   return 1;
 }
 
-void TqLua_dumpTraceback(lua_State *L, const char *message, int) { dumpTracebackFrom(L, message, 0); }
+void TqLua_dumpTraceback(lua_State *L, const char *message, int) {
+  TqLua_dumpTracebackSkippingLevels(L, message, 0);
+}
 
 void TqLua_dumpTracebackVerbose(lua_State *L, const char *message, int reserved) {
   TqLua_dumpTraceback(L, message, reserved);
 }
 
 void TqLua_dumpTracebackSkippingLevels(lua_State *L, const char *message, int skipLevels) {
-  dumpTracebackFrom(L, message, skipLevels);
+  if (message && std::strstr(message, "<TqErrorID>")) return;
+  TqLua_pushTraceback(L, message, 0, skipLevels);
+  TqLua_alwaysLogString(lua_tostring(L, -1));
+  lua_pop(L, 1);
 }
 
 void dumpTrace(lua_State *L) { TqLua_dumpTraceback(L, "", 0); }

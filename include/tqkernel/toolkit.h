@@ -188,10 +188,10 @@ TQ_API void dumpState(lua_State *L);
 TQ_API void dumpValue(lua_State *L, int index);
 
 /* Pushes the traceback text and returns 1: the message and "\n" (nothing for NULL), one
- * line per call level, then "---------------------------------". A traceback requested
- * while another is being built (on any thread) is "(push traceback failed due to
- * re-entry!)". reserved is unused (0). */
-TQ_API int TqLua_pushTraceback(lua_State *L, const char *message, int reserved);
+ * line per call level from skipLevels upward, then "---------------------------------". A
+ * traceback requested while another is being built (on any thread) is "(push traceback
+ * failed due to re-entry!)". reserved is unused (0). */
+TQ_API int TqLua_pushTraceback(lua_State *L, const char *message, int reserved, int skipLevels);
 /* Logs the traceback as one line, unless the message contains "<TqErrorID>" (such errors
  * have been reported already). */
 TQ_API void TqLua_dumpTraceback(lua_State *L, const char *message, int reserved);

@@ -24,7 +24,7 @@ protected:
     UniverseTest::SetUp();
     sLines.clear();
     previous_ = TqLua_setLogOutput(captureText);
-    lua_register(L, "traceback", [](lua_State *L) { return TqLua_pushTraceback(L, lua_tostring(L, 1), 0); });
+    lua_register(L, "traceback", [](lua_State *L) { return TqLua_pushTraceback(L, lua_tostring(L, 1), 0, 0); });
     lua_register(L, "dumpTraceback", [](lua_State *L) {
       TqLua_dumpTraceback(L, lua_tostring(L, 1), 0);
       return 0;
@@ -70,7 +70,7 @@ TEST_F(TracebackTest, LinesNameKindFunctionAndPosition) {
 }
 
 TEST_F(TracebackTest, NullMessageStartsWithTheFirstLevel) {
-  lua_pushcfunction(L, [](lua_State *L) { return TqLua_pushTraceback(L, nullptr, 0); });
+  lua_pushcfunction(L, [](lua_State *L) { return TqLua_pushTraceback(L, nullptr, 0, 0); });
   ASSERT_EQ(lua_pcall(L, 0, 1, 0), 0);
   EXPECT_STREQ(lua_tostring(L, -1),
                "    0:          [unnamed]                      - C\n"
@@ -199,7 +199,7 @@ void *probingAllocator(void *context, void *block, size_t, size_t size) {
   auto *probe = static_cast<ReentryProbe *>(context);
   if (probe->armed && size > 0) {
     probe->armed = false;
-    TqLua_pushTraceback(probe->other, "inner", 0);
+    TqLua_pushTraceback(probe->other, "inner", 0, 0);
     probe->seen = lua_tostring(probe->other, -1);
     lua_pop(probe->other, 1);
   }
@@ -216,10 +216,10 @@ TEST(TracebackReentryTest, TracebackDuringTracebackReportsReentry) {
   lua_State *L = lua_newstate(probingAllocator, &probe);
   ASSERT_NE(L, nullptr);
   probe.armed = true;
-  TqLua_pushTraceback(L, "outer", 0);  // allocates its text while building
+  TqLua_pushTraceback(L, "outer", 0, 0);  // allocates its text while building
   EXPECT_EQ(probe.seen, "(push traceback failed due to re-entry!)");
   EXPECT_STREQ(lua_tostring(L, -1), "outer\n---------------------------------");
-  TqLua_pushTraceback(probe.other, "again", 0);  // the guard is released afterwards
+  TqLua_pushTraceback(probe.other, "again", 0, 0);  // the guard is released afterwards
   EXPECT_STREQ(lua_tostring(probe.other, -1), "again\n---------------------------------");
   lua_close(L);
   TqRawLuaState_close(probe.other);

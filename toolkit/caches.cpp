@@ -113,16 +113,18 @@ int TqLua_pushCachedFullyWeakTable(lua_State *L, const char *name, const void *u
 }
 
 int TqLua_pushCachedLiteral_imp(lua_State *L, const char *text, size_t length) {
+  if (!text) {  // nothing to read, nor to intern
+    lua_pushliteral(L, "");
+    return 1;
+  }
   lua_pushlightuserdata(L, lightKey(text));
   lua_rawget(L, LUA_REGISTRYINDEX);
   if (!lua_isnil(L, -1)) return 1;
   lua_pop(L, 1);
   lua_pushlstring(L, text, length);
-  if (text) {
-    lua_pushlightuserdata(L, lightKey(text));
-    lua_pushvalue(L, -2);
-    lua_rawset(L, LUA_REGISTRYINDEX);
-  }
+  lua_pushlightuserdata(L, lightKey(text));
+  lua_pushvalue(L, -2);
+  lua_rawset(L, LUA_REGISTRYINDEX);
   return 1;
 }
 

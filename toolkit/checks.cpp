@@ -69,6 +69,15 @@ inline void *userdataOfKindAt(lua_State *L, int index, int type, int kind) {
   return lua_touserdata(L, index);
 }
 
+// Raises the text on top, preceded by the position of the running function's caller.
+[[noreturn]] void raiseWithPosition(lua_State *L) {
+  luaL_where(L, 1);
+  lua_insert(L, -2);
+  lua_concat(L, 2);
+  lua_error(L);
+  __builtin_unreachable();
+}
+
 inline bool isNoneOrNil(int type) { return type <= LUA_TNIL; }
 
 }  // namespace
@@ -232,13 +241,12 @@ int TqLua_normalize(lua_State *L, int index) {
 void TqLua_errorText(lua_State *L, const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  TqLua_errorText_va(L, format, arguments);
+  lua_pushvfstring(L, format, arguments);
+  va_end(arguments);
+  raiseWithPosition(L);
 }
 
 void TqLua_errorText_va(lua_State *L, const char *format, va_list arguments) {
-  luaL_where(L, 1);
   lua_pushvfstring(L, format, arguments);
-  lua_concat(L, 2);
-  lua_error(L);
-  __builtin_unreachable();
+  raiseWithPosition(L);
 }

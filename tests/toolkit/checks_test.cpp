@@ -2,12 +2,19 @@
 // the full error text is compared.
 #include "support/lua_fixture.h"
 
+#include <cstdarg>
 #include <string>
 
 namespace {
 
 using tqtest::eval;
 using tqtest::run;
+
+[[noreturn]] void raiseFormatted(lua_State *L, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  TqLua_errorText_va(L, format, arguments);
+}
 
 int pushInteger(lua_State *L, int64_t value) {
   lua_pushstring(L, std::to_string(value).c_str());
@@ -84,6 +91,7 @@ protected:
     lua_register(L, "errorText", [](lua_State *L) -> int {
       TqLua_errorText(L, "%s went wrong %d times", "it", 3);
     });
+    lua_register(L, "errorTextVa", [](lua_State *L) -> int { raiseFormatted(L, "%d%% of %s", 50, "it"); });
     lua_register(L, "typeOfZero", [](lua_State *L) {
       lua_pushinteger(L, TqLua_type(L, 0));
       return 1;
@@ -169,6 +177,7 @@ TEST_F(ChecksTest, ParameterCountDropsExtrasAndRefusesTooFew) {
 
 TEST_F(ChecksTest, LocatedErrorCarriesTheCallersPosition) {
   EXPECT_EQ(run(L, "\n errorText()"), "test:2: it went wrong 3 times");
+  EXPECT_EQ(run(L, "errorTextVa()"), "test:1: 50% of it");
   // Called straight from native code there is no Lua position to give.
   lua_pushcfunction(L, [](lua_State *L) -> int { TqLua_errorText(L, "plain %d", 1); });
   ASSERT_NE(lua_pcall(L, 0, 0, 0), 0);

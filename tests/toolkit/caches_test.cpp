@@ -68,14 +68,8 @@ TEST_F(CachesTest, WeakTablesShareOneMetatablePerMode) {
   EXPECT_EQ(modeOfTop(), "k");
   TqLua_makeWeakValuedTable(L);
   EXPECT_EQ(modeOfTop(), "v");
-  TqLua_makeFullyWeakTable(L);
-  EXPECT_EQ(modeOfTop(), "kv");
   TqLua_makeWeakTable(L, 1, 1);
   EXPECT_EQ(modeOfTop(), "kv");
-  TqLua_makeWeakTable(L, 1, 0);
-  EXPECT_EQ(modeOfTop(), "k");
-  TqLua_makeWeakTable(L, 0, 1);
-  EXPECT_EQ(modeOfTop(), "v");
   TqLua_makeWeakTable(L, 0, 0);
   EXPECT_EQ(modeOfTop(), "");
 }

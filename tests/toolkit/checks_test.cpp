@@ -205,13 +205,9 @@ TEST_F(ChecksTest, TypeCodesAndNames) {
   EXPECT_EQ(TqLua_type(L, 3), LUA_TUSERDATA);
   EXPECT_STREQ(TqLua_typename(L, 3), "userdata");
   EXPECT_TRUE(TqLua_isAny(L, 1));
-  EXPECT_FALSE(TqLua_isAny(L, 5));
   EXPECT_TRUE(TqLua_isIndexable(L, 3));
   EXPECT_FALSE(TqLua_isIndexable(L, 2));
-  EXPECT_TRUE(TqLua_isHeavyUserdata(L, 3));
-  EXPECT_FALSE(TqLua_isHeavyUserdata(L, 2));
   EXPECT_EQ(TqLua_toHeavyUserdata(L, 2), nullptr);
-  EXPECT_EQ(TqLua_toHeavyUserdata(L, 4), lua_touserdata(L, 4));
   EXPECT_EQ(TqLua_toLightUserdata(L, 4), nullptr);
   lua_settop(L, 0);
 }
@@ -248,17 +244,6 @@ TEST_F(ChecksTest, EqualsStringComparesTheWholeLength) {
     return 1;
   });
   EXPECT_EQ(run(L, "equalsNull('x')"), "Assertion failed: s");
-}
-
-TEST_F(ChecksTest, PopNilOnlyPopsNil) {
-  lua_settop(L, 0);
-  EXPECT_FALSE(TqLua_popNil(L));
-  lua_pushboolean(L, 0);
-  EXPECT_FALSE(TqLua_popNil(L));
-  lua_pushnil(L);
-  EXPECT_TRUE(TqLua_popNil(L));
-  EXPECT_EQ(lua_gettop(L), 1);
-  lua_settop(L, 0);
 }
 
 TEST_F(ChecksTest, NormalizeMakesRelativeIndicesAbsolute) {

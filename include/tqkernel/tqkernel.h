@@ -8,6 +8,7 @@
 #include <tqkernel/threads.h>
 #include <tqkernel/universe.h>
 #include <tqkernel/toolkit.h>
+#include <tqkernel/hooks.h>
 #include <tqkernel/userdata.h>
 
 #endif

@@ -1,5 +1,6 @@
 #include "runtime/platform/platform.h"
 
+#include <dlfcn.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -22,5 +23,13 @@ uint32_t currentThreadId() { return static_cast<uint32_t>(::syscall(SYS_gettid))
 void writeDebugOutput(const char *text) {
   std::fputs(text, stderr);
 }
+
+void *loadLibrary(const char *path) { return ::dlopen(path, RTLD_NOW); }
+
+void *librarySymbol(void *library, const char *name) { return ::dlsym(library, name); }
+
+void unloadLibrary(void *library) { ::dlclose(library); }
+
+const char *libraryError() { return ::dlerror(); }
 
 }  // namespace tq::platform

@@ -38,6 +38,13 @@ uint32_t currentThreadId();
 // Where debugger output goes: standard error here.
 void writeDebugOutput(const char *text);
 
+// Native libraries. loadLibrary and librarySymbol give NULL on failure, and libraryError
+// then tells why (NULL when the platform gave no reason).
+void *loadLibrary(const char *path);
+void *librarySymbol(void *library, const char *name);
+void unloadLibrary(void *library);
+const char *libraryError();
+
 }  // namespace tq::platform
 
 #endif

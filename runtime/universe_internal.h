@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include <tqkernel/toolkit.h>
 #include <tqkernel/universe.h>
 
 struct TqLuaUniverse {
@@ -16,6 +17,8 @@ struct TqLuaUniverse {
   TqLuaDebugHook debugHook;
   int32_t kernelOnly;
   void *applicationData;
+  // The attached debugger's code-capture settings, or null.
+  TqLuaCodeCapture *codeCapture;
 };
 
 namespace tq {

@@ -9,6 +9,7 @@
 
 #include <tqkernel/export.h>
 #include <tqkernel/lua.h>
+#include <tqkernel/universe.h>
 
 TQ_BEGIN_DECLS
 
@@ -200,6 +201,186 @@ TQ_API void TqLua_dumpTracebackVerbose(lua_State *L, const char *message, int re
 TQ_API void TqLua_dumpTracebackSkippingLevels(lua_State *L, const char *message, int skipLevels);
 /* TqLua_dumpTraceback with an empty message. */
 TQ_API void dumpTrace(lua_State *L);
+
+/* ---- Chunk loading and calling ----
+ * Every chunk is loaded through TqLua_loadChunkFromBuffer. The caller puts the chunk's
+ * environment on top of the stack first (a table, or nil for the globals): the loader
+ * replaces that slot with the loaded function, or with the error message, so the stack
+ * height is unchanged. A NULL chunk name loads as "< anonymous >".
+ *
+ * In a universe with a debugger, the registry function "loadCodeFromDebugger", called with
+ * the chunk name, may return substitute source (a string or number); a substitute that
+ * does not compile is ignored. While the debugger's code capture is on, each loaded
+ * function gets an environment holding "< code chunk >" (the exact text loaded) and
+ * "< chunk name >", whose metatable passes every other read and write through to the
+ * environment the function would have had. luaL_loadfile (hence dofile, loadfile and
+ * require) loads through the same loader. */
+
+/* Called with each chunk loaded while it is set: (L, the source text actually loaded, its
+ * byte length, the chunk name or NULL). */
+typedef void (*TqLuaCodeCaptureHook)(lua_State *L, const char *source, size_t length,
+                                     const char *chunkName);
+/* The code-capture settings that a debugger owns and attaches to its universes. */
+typedef struct TqLuaCodeCapture {
+  TqLuaCodeCaptureHook hook;
+  int32_t capturing;
+} TqLuaCodeCapture;
+
+/* Return the previous hook or flag. A NULL capture is the program error "Pointer was
+ * null: capture". */
+TQ_API TqLuaCodeCaptureHook TqLua_setCodeCaptureHook(TqLuaCodeCapture *capture,
+                                                     TqLuaCodeCaptureHook hook);
+TQ_API int TqLua_setCodeCapturing(TqLuaCodeCapture *capture, int capturing);
+/* Attaches the settings (which must outlive the attachment; NULL detaches). They apply
+ * only while the universe has a debugger. */
+TQ_API void TqLuaUniverse_setCodeCapture(TqLuaUniverse *universe, TqLuaCodeCapture *capture);
+
+/* Lua's load status; the environment slot on top holds the function or the error message.
+ * An empty stack (no slot) raises "Assertion failed: 0 < environmentIndex"; a slot that
+ * is neither nil nor a table raises Lua's type error for its index. */
+TQ_API int TqLua_loadChunkFromBuffer(lua_State *L, const char *source, size_t size,
+                                     const char *chunkName);
+TQ_API int TqLua_loadChunkFromString(lua_State *L, const char *source, const char *chunkName);
+/* Load and call with no arguments, raising any load or run error; the results stand where
+ * the environment slot stood. Return the number of results. */
+TQ_API int TqLua_callChunkFromBuffer(lua_State *L, const char *source, size_t size,
+                                     const char *chunkName);
+TQ_API int TqLua_callChunkFromString(lua_State *L, const char *source, const char *chunkName);
+/* Load and call protected, without a message handler: the load status when it is not 0,
+ * else lua_pcall's; the results or the error message from the slot on. */
+TQ_API int TqLua_pcallChunkFromBuffer(lua_State *L, const char *source, size_t size,
+                                      const char *chunkName);
+TQ_API int TqLua_pcallChunkFromString(lua_State *L, const char *source, const char *chunkName);
+/* Lua function (source, chunkName [, environment]): the loaded function; raises the load
+ * error. With two arguments the environment is the globals table. */
+TQ_API int TqLua_loadAndCaptureChunk_L(lua_State *L);
+/* For a Lua function loaded under code capture, push its chunk name or its source text
+ * and return 1; otherwise push nothing and return 0. */
+TQ_API int TqLua_getFunctionChunkName(lua_State *L, int index);
+TQ_API int TqLua_getFunctionCodeChunk(lua_State *L, int index);
+
+/* Sends a message: the object, then inCount arguments, are on the stack. Calls the
+ * object's method of that name (TqLua_getMethod) with the object and the arguments,
+ * unprotected, for outCount results (-1 for all); returns the number of results, which
+ * replace the object and the arguments. No method is the error "method not found: %s". */
+TQ_API int TqLua_send_imp(lua_State *L, const char *name, size_t length, int inCount,
+                          int outCount);
+#define TqLua_send(L, literal, inCount, outCount) \
+  TqLua_send_imp((L), "" literal, sizeof(literal) - 1, (inCount), (outCount))
+/* As TqLua_send, with the message name (a string) already pushed above the arguments. */
+TQ_API int TqLua_stackSend(lua_State *L, int inCount, int outCount);
+
+/* lua_pushcclosure, except that a NULL function without upvalues pushes nil. Returns 1. */
+TQ_API int TqLua_pushCClosure(lua_State *L, lua_CFunction func, int values);
+/* Pushes the one function object kept in the registry for key, creating it from func the
+ * first time (later calls push that first function whatever func is); a NULL key pushes a
+ * new function each time. Returns 1. */
+TQ_API int TqLua_pushCFunctionWithUDRef(lua_State *L, lua_CFunction func, const void *key);
+/* Lua function (f, ...): returns f(...), unprotected. There are no autorelease pools on
+ * this platform: it is a plain call. */
+TQ_API int TqLua_callWithAutoReleasePool(lua_State *L);
+
+/* ---- Named integers ----
+ * Native enumerations seen from Lua as names. Each TqNamedIntegers record is static: its
+ * address keys a per-state lookup table (registry cache "cachedNamedIntegers") holding
+ * t[name] = value and t[value] = name, built on first use and never rebuilt. When values
+ * repeat, the last name listed wins. A NULL type name reads "< unknown >" in messages. */
+
+typedef struct TqNamedInteger {
+  const char *name; /* NULL ends the list */
+  int32_t value;
+} TqNamedInteger;
+
+typedef struct TqNamedIntegers {
+  const char *typeName;
+  const TqNamedInteger *entries;
+} TqNamedIntegers;
+
+/* 1 and *value when name matches an entry exactly; 0 when not, or when record, its
+ * entries or name is NULL. */
+TQ_API int TqNamedIntegers_getByName(const TqNamedIntegers *record, const char *name,
+                                     int32_t *value);
+/* Pushes the lookup table; returns 1. */
+TQ_API int TqLua_pushCachedNamedIntegersTable(lua_State *L, const TqNamedIntegers *record);
+/* Pushes the name of value; returns 1. An unknown value is the error "Could not push named
+ * integer of type '%s'. Unknown value. (%d)". */
+TQ_API int TqLua_pushNamedInteger(lua_State *L, int32_t value, const TqNamedIntegers *record);
+/* The value named by the string at index (a number is refused even when it is a value). */
+TQ_API int32_t TqLua_checkNamedInteger(lua_State *L, int index, const TqNamedIntegers *record);
+/* def for no value or nil; otherwise as TqLua_checkNamedInteger. */
+TQ_API int32_t TqLua_optNamedInteger(lua_State *L, int index, const TqNamedIntegers *record,
+                                     int32_t def);
+/* As TqLua_optNamedInteger but never raises: a failure prints a line to standard error
+ * and gives def. */
+TQ_API int32_t TqLua_optNamedInteger_noThrow(lua_State *L, int index,
+                                             const TqNamedIntegers *record, int32_t def);
+
+/* ---- Table field accessors ----
+ * Read and write one field of the table at tableIndex (any index; metamethods apply) by
+ * name (key) or by integer (AtIndex), leaving the stack as it was. Readers treat a nil
+ * table as a table without the field. The opt and check readers raise the argument error
+ * for index -1 ("bad argument #-1 to '%s' (string expected, got number)"); the has, is
+ * and to readers never raise and never convert between strings and numbers, except
+ * TqLuaTable_toBoolean, which follows Lua's truth. A NULL key raises "Assertion failed:
+ * key" in readers and TqLuaTable_setFrom; the other writers let Lua refuse the nil key. */
+
+/* A NULL text stores nil. */
+TQ_API void TqLuaTable_setString(lua_State *L, int tableIndex, const char *key, const char *value);
+TQ_API void TqLuaTable_setStringAtIndex(lua_State *L, int tableIndex, int32_t index,
+                                        const char *value);
+TQ_API void TqLuaTable_setNumber(lua_State *L, int tableIndex, const char *key, lua_Number value);
+TQ_API void TqLuaTable_setNumberAtIndex(lua_State *L, int tableIndex, int32_t index,
+                                        lua_Number value);
+TQ_API void TqLuaTable_setBoolean(lua_State *L, int tableIndex, const char *key, int value);
+/* Stores the value at valueIndex. */
+TQ_API void TqLuaTable_setFrom(lua_State *L, int tableIndex, const char *key, int valueIndex);
+
+/* True for a value of the kind; then stores it through out when out is not NULL. */
+TQ_API int TqLuaTable_hasString(lua_State *L, int tableIndex, const char *key, const char **out);
+TQ_API int TqLuaTable_hasStringAtIndex(lua_State *L, int tableIndex, int32_t index,
+                                       const char **out);
+TQ_API int TqLuaTable_hasNumber(lua_State *L, int tableIndex, const char *key, lua_Number *out);
+TQ_API int TqLuaTable_hasNumberAtIndex(lua_State *L, int tableIndex, int32_t index,
+                                       lua_Number *out);
+TQ_API int TqLuaTable_hasBoolean(lua_State *L, int tableIndex, const char *key, int *out);
+/* True for any value but nil. */
+TQ_API int TqLuaTable_hasKey(lua_State *L, int tableIndex, const char *key);
+
+/* def when the field is nil. */
+TQ_API const char *TqLuaTable_optString(lua_State *L, int tableIndex, const char *key,
+                                        const char *def);
+TQ_API const char *TqLuaTable_optStringAtIndex(lua_State *L, int tableIndex, int32_t index,
+                                               const char *def);
+TQ_API lua_Number TqLuaTable_optNumber(lua_State *L, int tableIndex, const char *key,
+                                       lua_Number def);
+TQ_API lua_Number TqLuaTable_optNumberAtIndex(lua_State *L, int tableIndex, int32_t index,
+                                              lua_Number def);
+TQ_API int TqLuaTable_optBoolean(lua_State *L, int tableIndex, const char *key, int def);
+
+TQ_API int TqLuaTable_isString(lua_State *L, int tableIndex, const char *key);
+TQ_API int TqLuaTable_isStringAtIndex(lua_State *L, int tableIndex, int32_t index);
+TQ_API int TqLuaTable_isNumber(lua_State *L, int tableIndex, const char *key);
+TQ_API int TqLuaTable_isNumberAtIndex(lua_State *L, int tableIndex, int32_t index);
+TQ_API int TqLuaTable_isBoolean(lua_State *L, int tableIndex, const char *key);
+
+TQ_API const char *TqLuaTable_checkString(lua_State *L, int tableIndex, const char *key);
+TQ_API const char *TqLuaTable_checkStringAtIndex(lua_State *L, int tableIndex, int32_t index);
+TQ_API lua_Number TqLuaTable_checkNumber(lua_State *L, int tableIndex, const char *key);
+TQ_API lua_Number TqLuaTable_checkNumberAtIndex(lua_State *L, int tableIndex, int32_t index);
+TQ_API int TqLuaTable_checkBoolean(lua_State *L, int tableIndex, const char *key);
+
+/* NULL, 0.0 or 0 when the field is missing or of another kind (toBoolean: Lua's truth). */
+TQ_API const char *TqLuaTable_toString(lua_State *L, int tableIndex, const char *key);
+TQ_API const char *TqLuaTable_toStringAtIndex(lua_State *L, int tableIndex, int32_t index);
+TQ_API lua_Number TqLuaTable_toNumber(lua_State *L, int tableIndex, const char *key);
+TQ_API lua_Number TqLuaTable_toNumberAtIndex(lua_State *L, int tableIndex, int32_t index);
+TQ_API int TqLuaTable_toBoolean(lua_State *L, int tableIndex, const char *key);
+
+/* luaL_ref of the value on top (popped) into the table, after making room for 5 values
+ * ("stack overflow (space for ref)" when there is none). */
+TQ_API int TqLuaTable_ref(lua_State *L, int tableIndex);
+/* luaL_unref; LUA_NOREF is ignored. */
+TQ_API void TqLuaTable_unref(lua_State *L, int tableIndex, int ref);
 
 TQ_END_DECLS
 

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include <tqkernel/toolkit.h>
 #include <tqkernel/universe.h>
 
 struct TqLuaUniverse {
@@ -18,7 +17,7 @@ struct TqLuaUniverse {
   int32_t kernelOnly;
   void *applicationData;
   // The attached debugger's code-capture settings, or null.
-  TqLuaCodeCapture *codeCapture;
+  struct TqLuaCodeCapture *codeCapture;
 };
 
 namespace tq {

@@ -9,5 +9,7 @@
 #include <tqkernel/universe.h>
 #include <tqkernel/toolkit.h>
 #include <tqkernel/userdata.h>
+#include <tqkernel/direct_objects.h>
+#include <tqkernel/transit.h>
 
 #endif

@@ -17,7 +17,12 @@ unsigned char *payloadOf(unsigned char *destination) {
   return destination ? destination + kPayloadOffset : nullptr;
 }
 
+size_t packValue(lua_State *L, int index, int canUseMoveSemantics, unsigned char *destination);
+
+// Each level of a table pushes a key and a value: a table that contains itself runs out of
+// stack here.
 size_t packTable(lua_State *L, int index, int canUseMoveSemantics, unsigned char *destination) {
+  luaL_checkstack(L, 12, "No space in source for copy.");
   if (lua_getmetatable(L, index)) {
     lua_pop(L, 1);
     std::fputs("Tables with metatables are not supported for transit copying\n", stderr);
@@ -30,7 +35,7 @@ size_t packTable(lua_State *L, int index, int canUseMoveSemantics, unsigned char
     const int valueIndex = lua_gettop(L);
     for (int element = valueIndex - 1; element <= valueIndex; ++element) {
       const size_t elementSize =
-          packTransitValue(L, element, canUseMoveSemantics, destination ? destination + size : nullptr);
+          packValue(L, element, canUseMoveSemantics, destination ? destination + size : nullptr);
       if (elementSize == 0) {
         lua_pop(L, 2);
         return 0;
@@ -56,12 +61,8 @@ size_t packByExtension(lua_State *L, int index, int type, unsigned char *destina
   return size ? kPayloadOffset + size : 0;
 }
 
-}  // namespace
-
-size_t packTransitValue(lua_State *L, int index, int canUseMoveSemantics, void *destinationBytes) {
-  luaL_checkstack(L, 12, "No space in source for copy.");
-  index = TqLua_normalize(L, index);
-  auto *destination = static_cast<unsigned char *>(destinationBytes);
+// index is absolute.
+size_t packValue(lua_State *L, int index, int canUseMoveSemantics, unsigned char *destination) {
   const int type = lua_type(L, index);
   if (destination) write<int32_t>(destination, type);
   switch (type) {
@@ -95,6 +96,14 @@ size_t packTransitValue(lua_State *L, int index, int canUseMoveSemantics, void *
     default:
       return packByExtension(L, index, type, destination);
   }
+}
+
+}  // namespace
+
+size_t packTransitValue(lua_State *L, int index, int canUseMoveSemantics, void *destination) {
+  luaL_checkstack(L, 12, "No space in source for copy.");
+  return packValue(L, TqLua_normalize(L, index), canUseMoveSemantics,
+                   static_cast<unsigned char *>(destination));
 }
 
 TqTransitMessage *TqTransitMessage_fromLuaValue(lua_State *L, int index, int canUseMoveSemantics) {

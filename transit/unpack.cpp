@@ -17,7 +17,7 @@ size_t unpackTable(lua_State *L, unsigned char *packed) {
   for (int32_t pair = 0; pair < pairCount; ++pair) {
     size += TqTransitValue_unpack(L, packed + size);
     size += TqTransitValue_unpack(L, packed + size);
-    lua_settable(L, -3);  // no metatable: the same as a raw set
+    lua_rawset(L, -3);  // the new table has no metatable: the same as an assignment
   }
   return size;
 }

@@ -27,9 +27,12 @@ bool isMetamethodName(const char *name) {
 
 void *asLightUserdata(const void *pointer) { return const_cast<void *>(pointer); }
 
-const TqDirectObjectClass *upvalueClass(lua_State *L) {
-  return static_cast<const TqDirectObjectClass *>(lua_touserdata(L, lua_upvalueindex(1)));
+const TqDirectObjectClass *upvalueRecord(lua_State *L, int upvalue) {
+  return static_cast<const TqDirectObjectClass *>(lua_touserdata(L, lua_upvalueindex(upvalue)));
 }
+
+// Wrappers close over the declaring class and the entry.
+const TqDirectObjectClass *upvalueClass(lua_State *L) { return upvalueRecord(L, 1); }
 
 template <typename Entry>
 const Entry *upvalueEntry(lua_State *L) {
@@ -154,46 +157,45 @@ TQ_NORETURN void raiseUnknownKey(lua_State *L, const char *namedFormat, const ch
   __builtin_unreachable();
 }
 
+// Calls, with all the arguments, the function that the accessors table (when it is one)
+// holds for the key at stack index 2, or else the class's own metamethod (when not nil).
+// Returns the number of results, or -1 when there is neither.
+int callAccessorOrOwn(lua_State *L, int accessors, int ownMetamethod) {
+  const int argc = lua_gettop(L);
+  if (lua_istable(L, accessors)) {
+    lua_pushvalue(L, 2);
+    lua_rawget(L, accessors);
+    if (!lua_isnil(L, -1)) return callWithArguments(L, argc);
+    lua_pop(L, 1);
+  }
+  if (lua_isnil(L, ownMetamethod)) return -1;
+  lua_pushvalue(L, ownMetamethod);
+  return callWithArguments(L, argc);
+}
+
 // __index: upvalues are the methods table, the getters table (nil without properties),
 // the class's own __index (or nil) and the class record.
 int indexMember(lua_State *L) {
-  const int argc = lua_gettop(L);
   lua_pushvalue(L, 2);
   lua_rawget(L, lua_upvalueindex(1));
   if (!lua_isnil(L, -1)) return 1;
   lua_pop(L, 1);
-  const bool withProperties = lua_istable(L, lua_upvalueindex(2));
-  if (withProperties) {
-    lua_pushvalue(L, 2);
-    lua_rawget(L, lua_upvalueindex(2));
-    if (!lua_isnil(L, -1)) return callWithArguments(L, argc);
-    lua_pop(L, 1);
-  }
-  if (!lua_isnil(L, lua_upvalueindex(3))) {
-    lua_pushvalue(L, lua_upvalueindex(3));
-    return callWithArguments(L, argc);
-  }
-  if (!withProperties) return 0;
+  const int results = callAccessorOrOwn(L, lua_upvalueindex(2), lua_upvalueindex(3));
+  if (results >= 0) return results;
+  if (lua_isnil(L, lua_upvalueindex(2))) return 0;  // without properties, unknown keys read nil
   raiseUnknownKey(L, "Unable to fetch property '%s' from object of type '%s'",
                   "Unable to fetch property keyed by value of type '%s' from object of type '%s'",
-                  static_cast<const TqDirectObjectClass *>(lua_touserdata(L, lua_upvalueindex(4))));
+                  upvalueRecord(L, 4));
 }
 
 // __newindex: upvalues are the setters table, the class's own __newindex (or nil) and the
 // class record.
 int assignMember(lua_State *L) {
-  const int argc = lua_gettop(L);
-  lua_pushvalue(L, 2);
-  lua_rawget(L, lua_upvalueindex(1));
-  if (!lua_isnil(L, -1)) return callWithArguments(L, argc);
-  lua_pop(L, 1);
-  if (!lua_isnil(L, lua_upvalueindex(2))) {
-    lua_pushvalue(L, lua_upvalueindex(2));
-    return callWithArguments(L, argc);
-  }
+  const int results = callAccessorOrOwn(L, lua_upvalueindex(1), lua_upvalueindex(2));
+  if (results >= 0) return results;
   raiseUnknownKey(L, "Unable to set property '%s' on object of type '%s'",
                   "Unable to set property keyed by value of type '%s' on object of type '%s'",
-                  static_cast<const TqDirectObjectClass *>(lua_touserdata(L, lua_upvalueindex(3))));
+                  upvalueRecord(L, 3));
 }
 
 // Fills the new metatable on top of the stack.

@@ -100,13 +100,18 @@ size_t packValue(lua_State *L, int index, int canUseMoveSemantics, unsigned char
 
 }  // namespace
 
-size_t packTransitValue(lua_State *L, int index, int canUseMoveSemantics, void *destination) {
+size_t tq::packTransitValue(lua_State *L, int index, int canUseMoveSemantics, void *destination) {
   luaL_checkstack(L, 12, "No space in source for copy.");
   return packValue(L, TqLua_normalize(L, index), canUseMoveSemantics,
                    static_cast<unsigned char *>(destination));
 }
 
+size_t TqTransitValue_pack(lua_State *L, int index, int canUseMoveSemantics, void *destination) {
+  return tq::packTransitValue(L, index, canUseMoveSemantics, destination);
+}
+
 TqTransitMessage *TqTransitMessage_fromLuaValue(lua_State *L, int index, int canUseMoveSemantics) {
+  using tq::packTransitValue;
   const size_t size = packTransitValue(L, index, canUseMoveSemantics, nullptr);
   if (size == 0) return nullptr;
   MessagePtr message(allocateMessage(size));

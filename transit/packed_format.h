@@ -10,6 +10,13 @@
 
 #include <tqkernel/transit.h>
 
+namespace tq {
+
+// The packer behind TqTransitValue_pack.
+size_t packTransitValue(lua_State *L, int index, int canUseMoveSemantics, void *destination);
+
+}  // namespace tq
+
 namespace tq::packed {
 
 // Kind code at 0, padding at 4, payload at 8.

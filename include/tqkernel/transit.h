@@ -66,8 +66,8 @@ static inline void *TqTransitMessage_packedValue(TqTransitMessage *message) {
  * destination only measures, without side effects. Returns 0, after printing the reason
  * to standard error, when the value cannot be packed. A table that contains itself
  * raises "stack overflow (No space in source for copy.)". */
-TQ_API size_t packTransitValue(lua_State *L, int index, int canUseMoveSemantics,
-                               void *destination);
+TQ_API size_t TqTransitValue_pack(lua_State *L, int index, int canUseMoveSemantics,
+                                  void *destination);
 /* Pushes the value packed at packed and returns the bytes consumed. Direct objects are
  * adopted: their packed copies are moved from and disposed of. */
 TQ_API size_t TqTransitValue_unpack(lua_State *L, void *packed);

@@ -149,7 +149,7 @@ TEST_F(DirectObjectTest, ClassResolutionFollowsTheSuperclassChain) {
   EXPECT_EQ(TqDirectObject_pack(&kFrozen, &data, nullptr, 0), 0u);
   TqDirectObject_checkPushAllocToLua(L, &kFrozen);
   CaptureStderr();
-  EXPECT_EQ(packTransitValue(L, -1, 0, nullptr), 0u);
+  EXPECT_EQ(TqTransitValue_pack(L, -1, 0, nullptr), 0u);
   EXPECT_EQ(GetCapturedStderr(), "Transit of type 7 unimplemented\n");
 }
 

@@ -54,6 +54,13 @@ size_t countPack(int32_t, void *, lua_State *, int) {
 size_t unpackNothing(int32_t, lua_State *, const void *) { return 0; }
 size_t dumpNothing(int32_t, const void *) { return 0; }
 
+// Measures one size and writes another.
+int inconsistentFunction(lua_State *) { return 0; }
+int32_t claimInconsistent(lua_State *L, int index, int32_t kind) {
+  return L && index != 0 && kind == LUA_TFUNCTION && lua_tocfunction(L, index) == inconsistentFunction ? 1003 : 0;
+}
+size_t packInconsistently(int32_t, void *destination, lua_State *, int) { return destination ? 16 : 8; }
+
 class ExtensionTest : public TwoStatesTest {
 protected:
   static void SetUpTestSuite() {
@@ -64,6 +71,9 @@ protected:
     static const TqTransitExtension *registered = TqTransitQueue_registerExtension(&carried);
     TqTransitQueue_registerExtension(&refusing);
     TqTransitQueue_registerExtension(&later);
+    static const TqTransitExtension inconsistent = {claimInconsistent, packInconsistently, unpackNothing,
+                                                    dumpNothing};
+    TqTransitQueue_registerExtension(&inconsistent);
     ASSERT_EQ(registered->claim, claimCarriedFunction) << "the entry is a copy of the record";
   }
 };
@@ -90,7 +100,7 @@ TEST_F(ExtensionTest, AClaimedValueTravelsUnderTheExtensionsKind) {
   // Other functions are still refused.
   lua_getglobal(source, "print");
   CaptureStderr();
-  EXPECT_EQ(packTransitValue(source, -1, 0, nullptr), 0u);
+  EXPECT_EQ(TqTransitValue_pack(source, -1, 0, nullptr), 0u);
   EXPECT_EQ(GetCapturedStderr(), "Transit of type 6 unimplemented\n");
 }
 
@@ -99,7 +109,7 @@ TEST_F(ExtensionTest, TheFirstClaimingExtensionDecidesEvenWhenItFails) {
   lua_getglobal(source, "co");
   claimedThread = lua_tothread(source, -1);
   CaptureStderr();
-  EXPECT_EQ(packTransitValue(source, -1, 0, nullptr), 0u);
+  EXPECT_EQ(TqTransitValue_pack(source, -1, 0, nullptr), 0u);
   EXPECT_EQ(GetCapturedStderr(), "");
   EXPECT_EQ(laterExtensionPacks, 0);
   claimedThread = nullptr;  // its address may be reused by another state's coroutine
@@ -111,6 +121,15 @@ TEST_F(ExtensionTest, AFailedExtensionUnpackIsAnAssertion) {
   bytes[8] = 0;  // spoil the token
   EXPECT_EQ(protect(destination, [&](lua_State *L) { TqTransitValue_unpack(L, bytes.data()); }),
             "Assertion failed: payloadSize != 0");
+}
+
+TEST_F(ExtensionTest, AMessageWrittenWithAnotherSizeThanMeasuredIsAnAssertion) {
+  EXPECT_EQ(protect(source,
+                    [](lua_State *L) {
+                      lua_pushcfunction(L, inconsistentFunction);
+                      TqTransitMessage_fromLuaValue(L, -1, 0);
+                    }),
+            "Assertion failed: size == packTransitValue( L, index, canUseMoveSemantics, p )");
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ TEST_F(PackedValueTest, MessagesHoldTheSizeANullLinkAndTheValue) {
   TqTransitMessage *message = TqTransitMessage_fromLuaValue(source, -1, 0);
   ASSERT_NE(message, nullptr);
   EXPECT_EQ(lua_gettop(source), top);
-  EXPECT_EQ(message->size, packTransitValue(source, -1, 0, nullptr));
+  EXPECT_EQ(message->size, TqTransitValue_pack(source, -1, 0, nullptr));
   EXPECT_EQ(message->next, nullptr);
   EXPECT_EQ(TqTransitValue_unpack(destination, TqTransitMessage_packedValue(message)), message->size);
   TqTransitMessage_free(message);
@@ -113,7 +113,7 @@ TEST_F(PackedValueTest, RefusedValuesPrintWhyAndPackNothing) {
     pushResult(source, refusal.code);
     const int top = lua_gettop(source);
     CaptureStderr();
-    EXPECT_EQ(packTransitValue(source, top, 0, nullptr), 0u);
+    EXPECT_EQ(TqTransitValue_pack(source, top, 0, nullptr), 0u);
     EXPECT_EQ(GetCapturedStderr(), refusal.message);
     CaptureStderr();
     EXPECT_EQ(TqTransitMessage_fromLuaValue(source, top, 0), nullptr);
@@ -128,7 +128,7 @@ TEST_F(PackedValueTest, ASelfContainingTableOverflowsTheSourceStack) {
   EXPECT_EQ(protect(source,
                     [](lua_State *L) {
                       lua_getglobal(L, "t");
-                      packTransitValue(L, -1, 0, nullptr);
+                      TqTransitValue_pack(L, -1, 0, nullptr);
                     }),
             "stack overflow (No space in source for copy.)");
   // Through a method called from Lua the error carries the caller's position.

@@ -196,10 +196,10 @@ TEST_F(RoundTripTest, RandomTreesArriveDeeplyEqual) {
     lua_settop(source, 0);
     lua_settop(destination, 0);
     generator.pushTree(1 + round % 8);
-    const size_t measured = packTransitValue(source, 1, round % 2, nullptr);
+    const size_t measured = TqTransitValue_pack(source, 1, round % 2, nullptr);
     ASSERT_EQ(measured, formulaSize(source, 1));
     std::vector<unsigned char> bytes(measured, 0xAB);
-    ASSERT_EQ(packTransitValue(source, 1, round % 2, bytes.data()), measured);
+    ASSERT_EQ(TqTransitValue_pack(source, 1, round % 2, bytes.data()), measured);
     ASSERT_EQ(lua_gettop(source), 1);
     ASSERT_EQ(TqTransitValue_unpack(destination, bytes.data()), measured);
     ASSERT_EQ(lua_gettop(destination), 1);

@@ -44,10 +44,10 @@ void pushResult(lua_State *L, const std::string &code) {
 }
 
 std::vector<unsigned char> pack(lua_State *L, int index, int canUseMoveSemantics) {
-  const size_t measured = packTransitValue(L, index, canUseMoveSemantics, nullptr);
+  const size_t measured = TqTransitValue_pack(L, index, canUseMoveSemantics, nullptr);
   std::vector<unsigned char> bytes(measured, 0xAB);
   if (measured == 0) return bytes;
-  EXPECT_EQ(packTransitValue(L, index, canUseMoveSemantics, bytes.data()), measured);
+  EXPECT_EQ(TqTransitValue_pack(L, index, canUseMoveSemantics, bytes.data()), measured);
   return bytes;
 }
 

@@ -1,7 +1,6 @@
 // Rebuilding packed values on a Lua stack.
 #include <cstdio>
 
-
 #include "toolkit/assert.h"
 #include "transit/extensions.h"
 #include "transit/packed_format.h"
@@ -10,13 +9,16 @@ namespace {
 
 using namespace tq::packed;
 
+size_t unpackValue(lua_State *L, unsigned char *packed);
+
 size_t unpackTable(lua_State *L, unsigned char *packed) {
+  luaL_checkstack(L, 12, "No space in destination for copy.");
   const int32_t pairCount = read<int32_t>(packed + kPayloadOffset);
   size_t size = kContentOffset;
   lua_newtable(L);
   for (int32_t pair = 0; pair < pairCount; ++pair) {
-    size += TqTransitValue_unpack(L, packed + size);
-    size += TqTransitValue_unpack(L, packed + size);
+    size += unpackValue(L, packed + size);
+    size += unpackValue(L, packed + size);
     lua_rawset(L, -3);  // the new table has no metatable: the same as an assignment
   }
   return size;
@@ -34,11 +36,7 @@ size_t unpackByExtension(lua_State *L, unsigned char *packed) {
   return kPayloadOffset + payloadSize;
 }
 
-}  // namespace
-
-size_t TqTransitValue_unpack(lua_State *L, void *packedBytes) {
-  luaL_checkstack(L, 12, "No space in destination for copy.");
-  auto *packed = static_cast<unsigned char *>(packedBytes);
+size_t unpackValue(lua_State *L, unsigned char *packed) {
   unsigned char *payload = packed + kPayloadOffset;
   switch (kind(packed)) {
     case TqTransitKind_none:
@@ -64,10 +62,17 @@ size_t TqTransitValue_unpack(lua_State *L, void *packedBytes) {
     case TqTransitKind_directObject:
       return kPayloadOffset + TqDirectObject_unpack_v2(payload, L, 1);
     case TqTransitKind_nestedCargo:
-      return kPayloadOffset + TqTransitValue_unpack(L, payload);
+      return kPayloadOffset + unpackValue(L, payload);
     default:
       return unpackByExtension(L, packed);
   }
+}
+
+}  // namespace
+
+size_t TqTransitValue_unpack(lua_State *L, void *packed) {
+  luaL_checkstack(L, 12, "No space in destination for copy.");
+  return unpackValue(L, static_cast<unsigned char *>(packed));
 }
 
 void TqTransitQueue_copyFromLuaStateToLuaState(lua_State *source, int sourceIndex,

@@ -65,11 +65,15 @@ void copyBytes(benchmark::State &state) {
   }
 }
 
-// Keeps each run's nanoseconds per iteration for the summary.
+// Keeps each benchmark's nanoseconds per iteration for the summary: the median when runs
+// are repeated.
 class RecordingReporter : public benchmark::ConsoleReporter {
 public:
   void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &run : runs) nanoseconds[run.benchmark_name()] = run.GetAdjustedRealTime();
+    for (const Run &run : runs) {
+      if (run.run_type == Run::RT_Aggregate && run.aggregate_name != "median") continue;
+      nanoseconds[run.run_name.function_name] = run.GetAdjustedRealTime();
+    }
     ConsoleReporter::ReportRuns(runs);
   }
   std::map<std::string, double> nanoseconds;

@@ -169,6 +169,16 @@ TEST_F(DirectObjectTest, InstancesAreZeroFilledNativeObjects) {
   lua_pushnumber(L, 1);
   EXPECT_EQ(TqDirectObject_fromLua(L, -1, &kShape), nullptr);
   EXPECT_EQ(TqDirectObject_optFromLua(L, 50, &kShape, data), data);
+
+  // A light userdata is an instance when the state's shared light-userdata metatable
+  // marks the class; its pointer is the instance.
+  ShapeData outside = {1.0, 2};
+  lua_pushlightuserdata(L, &outside);
+  EXPECT_EQ(TqDirectObject_fromLua(L, -1, &kShape), nullptr);
+  lua_getglobal(L, "c");
+  lua_getmetatable(L, -1);
+  lua_setmetatable(L, -3);
+  EXPECT_EQ(TqDirectObject_fromLua(L, -2, &kShape), &outside);
   lua_pushnil(L);
   EXPECT_EQ(TqDirectObject_optFromLua(L, -1, &kShape, data), data);
 }

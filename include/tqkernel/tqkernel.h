@@ -10,5 +10,7 @@
 #include <tqkernel/toolkit.h>
 #include <tqkernel/hooks.h>
 #include <tqkernel/userdata.h>
+#include <tqkernel/direct_objects.h>
+#include <tqkernel/transit.h>
 
 #endif

@@ -1,0 +1,42 @@
+// Helpers shared by the transit tests.
+#ifndef TQ_TESTS_TRANSIT_SUPPORT_H
+#define TQ_TESTS_TRANSIT_SUPPORT_H
+
+#include <gtest/gtest.h>
+#include <tqkernel/tqkernel.h>
+
+#include "support/lua_fixture.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace transit_test {
+
+// Two universes: values leave `source` and arrive in `destination`.
+class TwoStatesTest : public ::testing::Test {
+protected:
+  void SetUp() override;
+  void TearDown() override;
+  TqLuaUniverse *sourceUniverse = nullptr;
+  TqLuaUniverse *destinationUniverse = nullptr;
+  lua_State *source = nullptr;
+  lua_State *destination = nullptr;
+};
+
+// Runs body inside lua_cpcall on L; returns "" or the error text.
+std::string protect(lua_State *L, const std::function<void(lua_State *)> &body);
+
+// Runs the chunk and leaves its one result on top of L's stack.
+void pushResult(lua_State *L, const std::string &code);
+
+// The value at index packed into a buffer filled with 0xAB beforehand; fails the test when
+// measuring and writing disagree.
+std::vector<unsigned char> pack(lua_State *L, int index, int canUseMoveSemantics = 0);
+
+// A class of plain data: 16 bytes, copied with TqDirectObject_memcpy.
+extern const TqDirectObjectClass kPlainClass;
+
+}  // namespace transit_test
+
+#endif

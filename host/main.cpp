@@ -6,15 +6,9 @@
 #include <string>
 
 #include "host/options.h"
+#include "host/universes.h"
 
 namespace {
-
-// Message handler: the error with a traceback of where it happened.
-int addTraceback(lua_State *L) {
-  const char *message = lua_tostring(L, 1);
-  TqLua_pushTraceback(L, message ? message : luaL_typename(L, 1), 0, 1);
-  return 1;
-}
 
 void setArguments(lua_State *L, const tqhost::Options &options) {
   lua_createtable(L, static_cast<int>(options.scriptArguments.size()), 1);
@@ -37,7 +31,7 @@ int runScript(lua_State *L, const tqhost::Options &options) {
   }
   std::fclose(probe);
   setArguments(L, options);
-  lua_pushcfunction(L, addTraceback);
+  lua_pushcfunction(L, tqhost::addTraceback);
   if (luaL_loadfile(L, options.script.c_str()) != 0) {
     std::fprintf(stderr, "tqhost: %s\n", lua_tostring(L, -1));
     return 1;
@@ -67,8 +61,12 @@ int main(int argc, char **argv) {
   }
   try {
     KrInit();
+    tqhost::addHostSetupProc();
+    TqLua_setLogToConsole(1);
     TqLuaUniverse *main = TqLuaUniverse_createMainUniverse(nullptr);
-    const int status = runScript(TqLuaUniverse_getLuaState(main), options);
+    int status = runScript(TqLuaUniverse_getLuaState(main), options);
+    // Spawned universes may still use queues made here: they finish first.
+    if (!tqhost::joinSpawnedUniverses() && status == 0) status = 1;
     TqLuaUniverse_close(main);
     return status;
   } catch (const std::exception &e) {

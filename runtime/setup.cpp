@@ -17,13 +17,14 @@ struct TqLuaSetupProc {
   char name[48];
 };
 
-bool tq::sCreatedAnyUniverses = false;
+std::atomic<bool> tq::sCreatedAnyUniverses{false};
 
 namespace {
 
 TqLuaSetupProc *sKernelSetupProcs = nullptr;
 TqLuaSetupProc *sApplicationSetupProcs = nullptr;
-bool sReportingSetupFailure = false;
+// Per thread: universes may be set up on several threads at once.
+thread_local bool sReportingSetupFailure = false;
 
 TqLuaSetupProc *&headOf(tq::SetupList list) {
   return list == tq::SetupList::kernel ? sKernelSetupProcs : sApplicationSetupProcs;

@@ -4,6 +4,8 @@
 
 #include <tqkernel/universe.h>
 
+#include <atomic>
+
 namespace tq {
 
 enum class SetupList { kernel, application };
@@ -16,7 +18,8 @@ void addSetupProc(SetupList list, int order, const char *name, lua_CFunction pro
 void runSetupProcs(lua_State *L, unsigned stateKind, TqLuaUniverse *universe);
 
 // Set once the first universe is being created; the lists are frozen from then on.
-extern bool sCreatedAnyUniverses;
+// Atomic: secondary universes may be created on any thread.
+extern std::atomic<bool> sCreatedAnyUniverses;
 
 }  // namespace tq
 

@@ -46,6 +46,41 @@ TEST(Tqhost, UsageErrorsAndHelp) {
   EXPECT_EQ(help.output.rfind("usage: tqhost", 0), 0u);
 }
 
+TEST(Tqhost, SpawnedUniversesGetTheirArgumentsAndRunToTheEnd) {
+  const std::string script = writeTemporaryFile(
+      "spawnUniverse('worker', 'local n, t = ... print(debug.getregistry().universeName, n, t.word)',"
+      " 7, {word = 'seven'})\n"
+      "spawnUniverse('parent', 'spawnUniverse(\"child\", \"print(42)\")')\n",
+      ".lua");
+  const auto result = runProcess(tqhost(script));
+  EXPECT_EQ(result.exitStatus, 0) << result.output;
+  EXPECT_NE(result.output.find("L: worker\t7\tseven\r\n"), std::string::npos) << result.output;
+  EXPECT_NE(result.output.find("L: 42\r\n"), std::string::npos) << result.output;
+}
+
+TEST(Tqhost, FailingSpawnedUniverseIsNamedAndFailsTheRunAfterTheOthers) {
+  const std::string script = writeTemporaryFile(
+      "spawnUniverse('bad', 'error(\"boom\")')\n"
+      "spawnUniverse('good', 'for i = 1, 1e5 do end print(\"good done\")')\n"
+      "print('main done')\n",
+      ".lua");
+  const auto result = runProcess(tqhost(script));
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_NE(result.output.find("tqhost: universe 'bad': bad:1: boom"), std::string::npos)
+      << result.output;
+  EXPECT_NE(result.output.find("good done"), std::string::npos);
+  EXPECT_NE(result.output.find("main done"), std::string::npos);
+}
+
+TEST(Tqhost, UnsendableArgumentsAreRefused) {
+  const std::string script = writeTemporaryFile("spawnUniverse('w', '', print)\n", ".lua");
+  const auto result = runProcess(tqhost(script));
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_NE(result.output.find("spawnUniverse: the arguments cannot be sent to another universe"),
+            std::string::npos)
+      << result.output;
+}
+
 TEST(Tqhost, ExampleRuns) {
   const auto result = runProcess(tqhost(std::string(TQ_EXAMPLES_DIR) + "/hello.lua one"));
   EXPECT_EQ(result.exitStatus, 0) << result.output;

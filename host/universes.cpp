@@ -1,6 +1,7 @@
 #include "host/universes.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -78,9 +79,19 @@ int spawnUniverse_L(lua_State *L) {
   return 0;
 }
 
+const auto sStarted = std::chrono::steady_clock::now();
+
+// elapsedSeconds(): wall-clock seconds since tqhost started.
+int elapsedSeconds_L(lua_State *L) {
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - sStarted;
+  lua_pushnumber(L, elapsed.count());
+  return 1;
+}
+
 int hostSetup(lua_State *L) {
   lua_register(L, "print", TqLua_alwaysPrint_L);
   lua_register(L, "spawnUniverse", spawnUniverse_L);
+  lua_register(L, "elapsedSeconds", elapsedSeconds_L);
   return 0;
 }
 

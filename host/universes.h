@@ -7,7 +7,7 @@
 namespace tqhost {
 
 // Adds the setup procedure that gives every universe print (on the log channel),
-// newTransitQueue and spawnUniverse. Call between KrInit and the first universe.
+// newTransitQueue, spawnUniverse and elapsedSeconds. Call between KrInit and the first universe.
 void addHostSetupProc();
 
 // Message handler for lua_pcall: the error with a traceback of where it happened.

@@ -10,8 +10,16 @@ const char kUsage[] =
     "Runs SCRIPT.lua in the main universe of TqKernel. The script's extra arguments\n"
     "are passed to it as '...' and in the global table 'arg' (arg[0] is the script).\n"
     "\n"
-    "Exit status: 0 on success, 1 when the script raises an error, 2 on a usage\n"
-    "error or when the script cannot be read.\n";
+    "Besides Lua's standard libraries, every universe has:\n"
+    "  print(...)                         logs one line to standard output\n"
+    "  newTransitQueue([move])            a queue that any universe may use\n"
+    "  spawnUniverse(name, source, ...)   runs source in a new universe on its own\n"
+    "                                     thread; the extra arguments travel by transit\n"
+    "  elapsedSeconds()                   wall-clock seconds since tqhost started\n"
+    "tqhost waits for every spawned universe before it ends.\n"
+    "\n"
+    "Exit status: 0 on success, 1 when the script or a spawned universe raises an\n"
+    "error, 2 on a usage error or when the script cannot be read.\n";
 
 bool parseOptions(int argc, char **argv, Options &options, std::string &error) {
   int i = 1;

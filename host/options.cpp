@@ -12,7 +12,7 @@ const char kUsage[] =
     "\n"
     "Besides Lua's standard libraries, every universe has:\n"
     "  print(...)                         logs one line to standard output\n"
-    "  newTransitQueue([move])            a queue that any universe may use\n"
+    "  newTransitQueue()                  a queue that any universe may use\n"
     "  spawnUniverse(name, source, ...)   runs source in a new universe on its own\n"
     "                                     thread; the extra arguments travel by transit\n"
     "  elapsedSeconds()                   wall-clock seconds since tqhost started\n"

@@ -8,8 +8,10 @@
 #   INPUT_FILE         standard input (default /dev/null)
 #   INPUT_COMMAND      a command line whose output becomes standard input instead
 #   OUTPUT_FILE        a file the program writes in WORKING_DIRECTORY; compared as well
-#   MEMORY_LIMIT_MB    run under this memory limit (ulimit -v; for a sanitized tqlua,
-#                      ASan's max_allocation_size_mb, since ASan cannot run under ulimit -v)
+#   MEMORY_LIMIT_MB    run under this memory limit (ulimit -v). ASan cannot run under
+#                      ulimit -v, so a sanitized tqlua instead gets a cap of a quarter of it
+#                      on single allocations (max_allocation_size_mb), and ASan's warnings
+#                      about the allocations it refuses are dropped from its output
 #   TQLUA_SANITIZED    true when tqlua is built with AddressSanitizer
 
 foreach(_required TQLUA STOCK_LUA)
@@ -58,7 +60,8 @@ function(run_interpreter prefix interpreter sanitized)
   set(_command "${interpreter}" ${_args})
   if(MEMORY_LIMIT_MB)
     if(sanitized)
-      set(ENV{ASAN_OPTIONS} "$ENV{ASAN_OPTIONS}:allocator_may_return_null=1:max_allocation_size_mb=${MEMORY_LIMIT_MB}")
+      math(EXPR _cap "${MEMORY_LIMIT_MB} / 4")
+      set(ENV{ASAN_OPTIONS} "$ENV{ASAN_OPTIONS}:allocator_may_return_null=1:max_allocation_size_mb=${_cap}")
     else()
       math(EXPR _kilobytes "${MEMORY_LIMIT_MB} * 1024")
       set(_command sh -c "ulimit -v ${_kilobytes} && exec \"$0\" \"$@\"" ${_command})
@@ -72,6 +75,10 @@ function(run_interpreter prefix interpreter sanitized)
     INPUT_FILE "${_input}"
     OUTPUT_VARIABLE _stdout ERROR_VARIABLE _stderr RESULT_VARIABLE _status)
   string(REPLACE "${interpreter}: " "lua: " _stderr "${_stderr}")
+  if(MEMORY_LIMIT_MB AND sanitized)
+    string(REGEX REPLACE "==[0-9]+==WARNING: AddressSanitizer failed to allocate 0x[0-9a-f]+ bytes\n" ""
+      _stderr "${_stderr}")
+  endif()
   set(_output "--- standard output\n${_stdout}--- standard error\n${_stderr}")
   if(OUTPUT_FILE)
     set(_file "${WORKING_DIRECTORY}/${OUTPUT_FILE}")

@@ -11,6 +11,7 @@
 #include "lobject.h"
 #include "lstate.h"
 #include "lstring.h"
+#include "tq_coreerrors.h"
 
 #include "runtime/exceptions_internal.h"
 #include "runtime/universe_internal.h"
@@ -31,14 +32,8 @@ int pushErrorText(lua_State *L, const char *text) noexcept {
 
 }  // namespace
 
-void tqcore_throw(lua_State *L, int status) {
-  const TqLuaExceptionHandlers &handlers = tq::handlersFor(L);
-  if (!handlers.errorHandler) {
-    std::fputs("Lua error raised with no error handler installed\n", stderr);
-    std::abort();
-  }
-  handlers.errorHandler(handlers.context, L, status);
-  std::fputs("Lua error handler returned instead of throwing\n", stderr);
+void tqcore_abort(const char *reason) {
+  std::fprintf(stderr, "%s\n", reason);
   std::abort();
 }
 

@@ -7,8 +7,19 @@
 
 #include <tqkernel/exceptions.h>
 
-// Hands the error to the state's universe's error handler, which throws.
-[[noreturn]] void tqcore_throw(lua_State *L, int status);
+#include "runtime/universe_internal.h"
+
+[[noreturn]] void tqcore_abort(const char *reason);
+
+// Hands the error to the state's universe's error handler, which throws. Inline: every
+// native frame between the throw and the protected call costs the unwinder time on
+// each Lua error.
+[[noreturn]] inline void tqcore_throw(lua_State *L, int status) {
+  const TqLuaExceptionHandlers &handlers = tq::handlersFor(L);
+  if (!handlers.errorHandler) tqcore_abort("Lua error raised with no error handler installed");
+  handlers.errorHandler(handlers.context, L, status);
+  tqcore_abort("Lua error handler returned instead of throwing");
+}
 
 // Map an exception caught at a protected boundary to a Lua status, pushing the error
 // value where the exception did not leave one on the stack.

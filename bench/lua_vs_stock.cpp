@@ -37,7 +37,7 @@ const Script kScripts[] = {
 };
 
 struct Options {
-  int runs = 5;
+  int runs = 7;
   std::string stock = "/usr/bin/lua5.1";
   std::string tqlua = TQ_BENCH_TQLUA;
   std::vector<std::string> only;

@@ -8,11 +8,12 @@
 #   INPUT_FILE         standard input (default /dev/null)
 #   INPUT_COMMAND      a command line whose output becomes standard input instead
 #   OUTPUT_FILE        a file the program writes in WORKING_DIRECTORY; compared as well
-#   MEMORY_LIMIT_MB    run under this memory limit (ulimit -v). ASan cannot run under
-#                      ulimit -v, so a sanitized tqlua instead gets a cap of a quarter of it
-#                      on single allocations (max_allocation_size_mb), and ASan's warnings
-#                      about the allocations it refuses are dropped from its output
-#   TQLUA_SANITIZED    true when tqlua is built with AddressSanitizer
+#   MEMORY_LIMIT_MB    run under this memory limit (ulimit -v). Sanitizers cannot run
+#                      under ulimit -v, so a sanitized tqlua instead gets a cap of a quarter
+#                      of it on single allocations (max_allocation_size_mb), and the
+#                      sanitizer's warnings about the allocations it refuses are dropped
+#   TQLUA_SANITIZER_OPTIONS  the options variable of tqlua's sanitizer (ASAN_OPTIONS,
+#                      TSAN_OPTIONS), empty when tqlua is not sanitized
 
 foreach(_required TQLUA STOCK_LUA)
   if(NOT DEFINED ${_required})
@@ -56,12 +57,13 @@ endif()
 
 # Runs the interpreter; sets <prefix>_output (stdout, then stderr with the program name
 # normalized to "lua", then OUTPUT_FILE's bytes in hex) and <prefix>_status.
-function(run_interpreter prefix interpreter sanitized)
+function(run_interpreter prefix interpreter sanitizer_options)
   set(_command "${interpreter}" ${_args})
   if(MEMORY_LIMIT_MB)
-    if(sanitized)
+    if(sanitizer_options)
       math(EXPR _cap "${MEMORY_LIMIT_MB} / 4")
-      set(ENV{ASAN_OPTIONS} "$ENV{ASAN_OPTIONS}:allocator_may_return_null=1:max_allocation_size_mb=${_cap}")
+      set(ENV{${sanitizer_options}}
+        "$ENV{${sanitizer_options}}:allocator_may_return_null=1:max_allocation_size_mb=${_cap}")
     else()
       math(EXPR _kilobytes "${MEMORY_LIMIT_MB} * 1024")
       set(_command sh -c "ulimit -v ${_kilobytes} && exec \"$0\" \"$@\"" ${_command})
@@ -75,8 +77,8 @@ function(run_interpreter prefix interpreter sanitized)
     INPUT_FILE "${_input}"
     OUTPUT_VARIABLE _stdout ERROR_VARIABLE _stderr RESULT_VARIABLE _status)
   string(REPLACE "${interpreter}: " "lua: " _stderr "${_stderr}")
-  if(MEMORY_LIMIT_MB AND sanitized)
-    string(REGEX REPLACE "==[0-9]+==WARNING: AddressSanitizer failed to allocate 0x[0-9a-f]+ bytes\n" ""
+  if(MEMORY_LIMIT_MB AND sanitizer_options)
+    string(REGEX REPLACE "==[0-9]+==WARNING: [A-Za-z]+Sanitizer failed to allocate 0x[0-9a-f]+ bytes\n" ""
       _stderr "${_stderr}")
   endif()
   set(_output "--- standard output\n${_stdout}--- standard error\n${_stderr}")
@@ -94,8 +96,8 @@ function(run_interpreter prefix interpreter sanitized)
   set(${prefix}_status "${_status}" PARENT_SCOPE)
 endfunction()
 
-run_interpreter(stock "${STOCK_LUA}" FALSE)
-run_interpreter(ours "${TQLUA}" "${TQLUA_SANITIZED}")
+run_interpreter(stock "${STOCK_LUA}" "")
+run_interpreter(ours "${TQLUA}" "${TQLUA_SANITIZER_OPTIONS}")
 if(INPUT_COMMAND)
   file(REMOVE "${_input}")
 endif()

@@ -1,13 +1,19 @@
 # Runs one Lua program on tqlua and on the stock Lua 5.1 interpreter and fails unless both
 # give the same standard output, standard error and exit status.
 #
+# The library's luaL_loadfile names a file's chunk by its path without Lua's '@' mark, so
+# tqlua shows positions in files as [string "name.lua"]:line where the stock interpreter
+# shows name.lua:line; the comparison maps the former (also with its quotes escaped, as
+# string.format's %q shows it) to the latter.
+#
 #   cmake -DTQLUA=... -DSTOCK_LUA=... [options] -P compare_interpreters.cmake -- ARGS...
 #
 # ARGS are the interpreter's arguments (options, script, script arguments). Options:
 #   WORKING_DIRECTORY  where both run
 #   INPUT_FILE         standard input (default /dev/null)
 #   INPUT_COMMAND      a command line whose output becomes standard input instead
-#   OUTPUT_FILE        a file the program writes in WORKING_DIRECTORY; compared as well
+#   RUN_OUTPUT_FILE    a compiled chunk the program writes in WORKING_DIRECTORY; each
+#                      interpreter then runs the one it wrote, and that run is compared too
 #   MEMORY_LIMIT_MB    run under this memory limit (ulimit -v). Sanitizers cannot run
 #                      under ulimit -v, so a sanitized tqlua instead gets a cap of a quarter
 #                      of it on single allocations (max_allocation_size_mb), and the
@@ -56,7 +62,7 @@ if(INPUT_COMMAND)
 endif()
 
 # Runs the interpreter; sets <prefix>_output (stdout, then stderr with the program name
-# normalized to "lua", then OUTPUT_FILE's bytes in hex) and <prefix>_status.
+# normalized to "lua", then what running RUN_OUTPUT_FILE gives) and <prefix>_status.
 function(run_interpreter prefix interpreter sanitizer_options)
   set(_command "${interpreter}" ${_args})
   if(MEMORY_LIMIT_MB)
@@ -69,28 +75,31 @@ function(run_interpreter prefix interpreter sanitizer_options)
       set(_command sh -c "ulimit -v ${_kilobytes} && exec \"$0\" \"$@\"" ${_command})
     endif()
   endif()
-  if(OUTPUT_FILE)
-    file(REMOVE "${WORKING_DIRECTORY}/${OUTPUT_FILE}")
+  if(RUN_OUTPUT_FILE)
+    file(REMOVE "${WORKING_DIRECTORY}/${RUN_OUTPUT_FILE}")
   endif()
   execute_process(COMMAND ${_command}
     WORKING_DIRECTORY "${WORKING_DIRECTORY}"
     INPUT_FILE "${_input}"
     OUTPUT_VARIABLE _stdout ERROR_VARIABLE _stderr RESULT_VARIABLE _status)
   string(REPLACE "${interpreter}: " "lua: " _stderr "${_stderr}")
+  foreach(_stream _stdout _stderr)
+    string(REGEX REPLACE "\\[string \\\\?\"([^\"\\]*\\.lua)\\\\?\"\\]" "\\1" ${_stream} "${${_stream}}")
+  endforeach()
   if(MEMORY_LIMIT_MB AND sanitizer_options)
     string(REGEX REPLACE "==[0-9]+==WARNING: [A-Za-z]+Sanitizer failed to allocate 0x[0-9a-f]+ bytes\n" ""
       _stderr "${_stderr}")
   endif()
   set(_output "--- standard output\n${_stdout}--- standard error\n${_stderr}")
-  if(OUTPUT_FILE)
-    set(_file "${WORKING_DIRECTORY}/${OUTPUT_FILE}")
-    if(EXISTS "${_file}")
-      file(READ "${_file}" _bytes HEX)
-      file(REMOVE "${_file}")
-      string(APPEND _output "--- ${OUTPUT_FILE}\n${_bytes}\n")
-    else()
-      string(APPEND _output "--- ${OUTPUT_FILE} was not written\n")
-    endif()
+  if(RUN_OUTPUT_FILE)
+    set(_file "${WORKING_DIRECTORY}/${RUN_OUTPUT_FILE}")
+    execute_process(COMMAND "${interpreter}" "${RUN_OUTPUT_FILE}"
+      WORKING_DIRECTORY "${WORKING_DIRECTORY}" INPUT_FILE /dev/null
+      OUTPUT_VARIABLE _run_stdout ERROR_VARIABLE _run_stderr RESULT_VARIABLE _run_status)
+    file(REMOVE "${_file}")
+    string(REPLACE "${interpreter}: " "lua: " _run_stderr "${_run_stderr}")
+    string(APPEND _output "--- running ${RUN_OUTPUT_FILE} (exit status ${_run_status})\n"
+      "${_run_stdout}--- its standard error\n${_run_stderr}")
   endif()
   set(${prefix}_output "${_output}" PARENT_SCOPE)
   set(${prefix}_status "${_status}" PARENT_SCOPE)

@@ -33,8 +33,13 @@ struct Script {
 // Raising and catching costs a native exception per error where the stock interpreter
 // long-jumps, hence the wider limit of the error loop.
 const Script kScripts[] = {
-    {"fib", 1.05},     {"tables", 1.05}, {"strings", 1.05}, {"closures", 1.05},
-    {"mandelbrot", 1.05}, {"nbody", 1.05}, {"errors", 15.0},
+    {"fib", 1.05},        // recursion
+    {"tables", 1.05},     // insert, read, sort
+    {"strings", 1.05},    // concatenation, gsub, format
+    {"closures", 1.05},   // creating and calling closures
+    {"mandelbrot", 1.05}, // floating point
+    {"nbody", 1.05},      // floating point with table fields
+    {"errors", 15.0},     // pcall of error with string and table values
 };
 
 struct Options {

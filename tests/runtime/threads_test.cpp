@@ -7,14 +7,7 @@
 
 namespace {
 
-std::string programErrorOf(const std::function<void()> &f) {
-  try {
-    f();
-  } catch (const TqLuaException &e) {
-    return e.message();
-  }
-  return "nothing thrown";
-}
+using tqtest::programErrorOf;
 
 TEST(Threads, MainThreadIsUnknownBeforeKrInitAndRecordedOnce) {
   tqtest::inFreshProcess([] {

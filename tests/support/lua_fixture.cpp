@@ -18,6 +18,15 @@ std::string run(lua_State *L, const std::string &code) {
   return error;
 }
 
+std::string programErrorOf(const std::function<void()> &f) {
+  try {
+    f();
+  } catch (const TqLuaException &e) {
+    return e.message();
+  }
+  return "nothing thrown";
+}
+
 std::string eval(lua_State *L, const std::string &expression) {
   const int top = lua_gettop(L);
   const std::string code = "return tostring(" + expression + ")";

@@ -13,6 +13,9 @@ namespace tqtest {
 // Runs a chunk with lua_pcall; returns "" on success, else the error value as text.
 std::string run(lua_State *L, const std::string &code);
 
+// The message of the TqLuaException that f throws, or "nothing thrown".
+std::string programErrorOf(const std::function<void()> &f);
+
 // Evaluates an expression and returns its tostring.
 std::string eval(lua_State *L, const std::string &expression);
 

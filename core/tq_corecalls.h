@@ -24,11 +24,19 @@ inline Instruction tqcore_instruction(const Proto *p, int pc) {
 // the hook may have cleared or moved halts).
 Instruction tqcore_runhalt(lua_State *L, const Instruction *pc);
 
-// Whether lua_trigger was called since the count was last taken; cheap enough for the
-// interpreter's per-instruction hook test.
-inline bool tqcore_triggerpending(lua_State *L) {
+// Whether lua_trigger was called since the count was last taken.
+inline bool tqcore_triggered(lua_State *L) {
   return G(L)->triggercount.load(std::memory_order_relaxed) != 0;
 }
+
+// The interpreter's per-instruction test, once the mask has a line, count or trigger bit:
+// the count ran out, line hooks are on, or a trigger is pending. A trigger-only mask, which
+// a debugged universe runs under all the time, takes the short way; a macro, because as an
+// inline function the compiler lays out the interpreter loop worse.
+#define tqcore_hookdue(L)                                                                   \
+  (__builtin_expect((L)->hookmask & (LUA_MASKLINE | LUA_MASKCOUNT), 0)                      \
+       ? (--(L)->hookcount == 0 || ((L)->hookmask & LUA_MASKLINE) || tqcore_triggered(L))   \
+       : tqcore_triggered(L))
 
 // Takes the trigger count and, when it was not 0, reports it to the hook.
 void tqcore_triggerhook(lua_State *L);

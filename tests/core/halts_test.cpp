@@ -62,6 +62,17 @@ TEST_F(CoreTest, HaltsOnEveryInstructionChangeNothing) {
   EXPECT_EQ(run(L, "assert(string.dump(work) == dumped)"), "");
 }
 
+TEST_F(CoreTest, LoadingRefusesAHaltInBinaryCode) {
+  // The first instruction of a dump follows the 12-byte header, the source name (an 8-byte
+  // length and its bytes), two line numbers, four bytes and the instruction count.
+  EXPECT_EQ(eval(L, R"(select(2, loadstring((function()
+      local d = string.dump(function() return 1 end)
+      local at = 12 + 8 + d:byte(13) + 8 + 4 + 4
+      return d:sub(1, at) .. string.char(38, 0, 0, 0) .. d:sub(at + 5)
+    end)())))"),
+            "binary string: bad code in precompiled chunk");
+}
+
 TEST_F(CoreTest, HitsReportTheHaltedInstruction) {
   ASSERT_EQ(run(L, kWorkload), "");
   ASSERT_EQ(run(L, "haltall(work)"), "");
@@ -240,6 +251,13 @@ TEST_F(CoreTest, ClearingOneHaltKeepsTheOthers) {
     end)"), "");
 }
 
+// Plants a halt on the first instruction of a global function.
+void haltFirstInstruction(lua_State *L, const char *function, lua_Hook hook) {
+  lua_getglobal(L, function);
+  ASSERT_EQ(lua_sethalt(L, 1, hook), 1);
+  lua_settop(L, 0);
+}
+
 // Where hooks are concerned, a halt borrows the thread's hook slot for its call only.
 lua_Hook sSeenHook = nullptr;
 int sSeenMask = 0;
@@ -256,18 +274,14 @@ void replacingHook(lua_State *L, lua_Debug *) { lua_sethook(L, otherHook, LUA_MA
 TEST_F(CoreTest, TheHaltsHookStandsInForTheThreadsHook) {
   ASSERT_EQ(run(L, "function f() return 1 end"), "");
   lua_sethook(L, countHook, LUA_MASKCOUNT, 1000000);
-  lua_getglobal(L, "f");
-  lua_sethalt(L, 1, inspectingHook);
-  lua_settop(L, 0);
+  haltFirstInstruction(L, "f", inspectingHook);
   ASSERT_EQ(run(L, "f()"), "");
   EXPECT_EQ(sSeenHook, inspectingHook);
   EXPECT_EQ(sSeenMask, LUA_MASKCOUNT | LUA_MASKHALT);
   EXPECT_EQ(lua_gethook(L), countHook);
   EXPECT_EQ(lua_gethookmask(L), LUA_MASKCOUNT);
 
-  lua_getglobal(L, "f");
-  lua_sethalt(L, 1, replacingHook);
-  lua_settop(L, 0);
+  haltFirstInstruction(L, "f", replacingHook);
   ASSERT_EQ(run(L, "f()"), "");
   EXPECT_EQ(lua_gethook(L), otherHook);
   lua_sethook(L, nullptr, 0, 0);
@@ -278,9 +292,7 @@ void raisingHook(lua_State *L, lua_Debug *) { luaL_error(L, "raised in halt"); }
 TEST_F(CoreTest, AHookThatRaisesLeavesTheThreadsHookInPlace) {
   ASSERT_EQ(run(L, "function f() return 1 end"), "");
   lua_sethook(L, countHook, LUA_MASKCOUNT, 1000000);
-  lua_getglobal(L, "f");
-  lua_sethalt(L, 1, raisingHook);
-  lua_settop(L, 0);
+  haltFirstInstruction(L, "f", raisingHook);
   EXPECT_EQ(run(L, "f()"), "test:1: raised in halt");
   EXPECT_EQ(lua_gethook(L), countHook);
   EXPECT_EQ(lua_gethookmask(L), LUA_MASKCOUNT);

@@ -141,6 +141,11 @@ TqTransitCargoNode *TqTransitCargo_pushDirectObject(TqTransitCargo *cargo,
   return node;
 }
 
+TqTransitCargoNode *TqTransitCargo_pushTransitQueue(TqTransitCargo *cargo, TqTransitQueue *queue,
+                                                    int32_t canUseMoveSemantics) {
+  return TqTransitCargo_pushDirectObject(cargo, &TqTransitQueue_Class, queue, canUseMoveSemantics);
+}
+
 TqTransitCargoNode *TqTransitCargo_pushTransitCargo(TqTransitCargo *cargo, TqTransitCargo *inner) {
   TqTransitCargoNode *node =
       appendNode(cargo, TqTransitKind_nestedCargo, sizeof(TqTransitCargoNode));

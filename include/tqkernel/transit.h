@@ -164,6 +164,76 @@ typedef struct TqTransitExtension {
 /* Appends a copy of the operations to the process-wide list and returns the copy. */
 TQ_API const TqTransitExtension *TqTransitQueue_registerExtension(const TqTransitExtension *extension);
 
+/* ---- Transit queues ----
+ * A thread-safe, first-in first-out queue of packed values: the one channel between
+ * universes. Any thread may enqueue; readers dequeue, optionally waiting with a time
+ * limit. A queue is reference counted and shared by handles; Lua sees it as a direct
+ * object of the class TqTransitQueue_Class, which can itself travel inside a message.
+ *
+ * Every handle carries a mark that tells whether releasing it gives back a reference:
+ *   0xABBABABE  made with the queue (createQueue, the Lua constructor)      yes
+ *   0xABBAACDC  made by the class copy when a queue was packed for transit   yes
+ *   0xBEE6EE51  taken by checkRetainFromLua                                  yes
+ *   0xDEADACDC  the source of a move                                        no
+ *   0xDEADABBA  a collected Lua queue object                                no
+ *   0           a Lua queue object made by pushQueue_L                       no */
+
+typedef struct TqTransitQueue TqTransitQueue; /* a handle */
+typedef struct TqTransitQueueString TqTransitQueueString;
+
+/* Instances are one handle (16 bytes). Methods "enqueue" (value, optional move flag),
+ * "dequeue" (optional wait flag, optional delay in seconds), "close", "__gc"; read-only
+ * property "closed". */
+TQ_API extern const TqDirectObjectClass TqTransitQueue_Class;
+
+/* A new queue and its first handle; NULL when the handle cannot be allocated. The move
+ * flag is the default of enqueues that do not give one. */
+TQ_API TqTransitQueue *TqTransitQueue_createQueue(int canUseMoveSemantics);
+/* The queue object at index, else raises "Expected object of class TransitQueue at index
+ * %d, got value of type %s."; returns a new handle that holds a reference. */
+TQ_API TqTransitQueue *TqTransitQueue_checkRetainFromLua(lua_State *L, int index);
+/* Pushes a new queue object sharing the handle's queue. It takes a reference that it
+ * never gives back: the queue outlives every object made this way. Returns 1. */
+TQ_API int TqTransitQueue_pushQueue_L(lua_State *L, TqTransitQueue *queue);
+/* The Lua constructor: argument 2, when present and not nil, is the boolean default move
+ * flag (false otherwise). Pushes a new queue object; returns 1. */
+TQ_API int TqTransitQueue_new_L(lua_State *L);
+/* Gives back the handle's reference, if it holds one, and frees the handle. The last
+ * reference destroys the queue: release first prints "Objects orphaned in transit
+ * queue" and a dump of each undelivered message to standard error; releaseSilent does
+ * not. A handle that was moved from holds no reference and is only freed; a handle with
+ * any other mark is left alone. */
+TQ_API void TqTransitQueue_release(TqTransitQueue *queue);
+TQ_API void TqTransitQueue_releaseSilent(TqTransitQueue *queue);
+/* Read without locking: only a hint. */
+TQ_API int TqTransitQueue_isEmpty(TqTransitQueue *queue);
+/* Enqueues the value at index with the queue's default move flag. Returns 1, or 0 when
+ * the queue is closed; a value that cannot be packed raises "Assertion failed: packed". */
+TQ_API int TqTransitQueue_enqueueToQueue(lua_State *L, TqTransitQueue *queue, int index);
+/* Converts the cargo into a message, enqueues it and consumes the cargo, closed queue
+ * or not. */
+TQ_API void TqTransitQueue_enqueueAndReleaseCargo(TqTransitQueue *queue, TqTransitCargo *cargo);
+/* Takes the first message and pushes its value; returns 1, or 0 when nothing was taken.
+ * With wait set, an empty queue is waited on for delay seconds per wake-up (0: without
+ * limit). A delay that is not >= 0 raises "Assertion failed: delay >= 0" on L (a program
+ * error when L is NULL). */
+TQ_API int TqTransitQueue_dequeueToLuaState(lua_State *L, TqTransitQueue *queue, int wait,
+                                            double delay);
+/* As dequeueToLuaState, without a Lua state: the first message must hold a string (else
+ * the process aborts). Returns the taken message as a string record, or NULL. */
+TQ_API TqTransitQueueString *TqTransitQueue_dequeueCopyOfString(TqTransitQueue *queue, int wait,
+                                                                double delay);
+/* The string's bytes, zero-terminated, inside the record's message; stores the length. */
+TQ_API const char *TqTransitQueue_stringToCString(TqTransitQueueString *string, size_t *length);
+/* Frees the record and the message behind it. */
+TQ_API void TqTransitQueue_releaseString(TqTransitQueueString *string);
+
+/* Appends the queue as a direct object: the handle is copied (moved, with move set) when
+ * the cargo is converted. */
+TQ_API TqTransitCargoNode *TqTransitCargo_pushTransitQueue(TqTransitCargo *cargo,
+                                                           TqTransitQueue *queue,
+                                                           int32_t canUseMoveSemantics);
+
 TQ_END_DECLS
 
 #endif

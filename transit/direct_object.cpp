@@ -148,9 +148,10 @@ int TqDirectObject_copyFromLuaStateToLuaState(lua_State *source, int index, lua_
   const TqDirectObjectClass *objectClass = tq::classOf(source, index);
   const TqDirectObjectCopy copy = objectClass ? tq::effectiveCopy(objectClass) : nullptr;
   if (!copy) return 0;
+  // Taken before pushing: source and destination may be one state, index relative.
+  void *original = lua_touserdata(source, index);
   void *instance = TqDirectObject_checkPushAllocToLua(destination, objectClass);
-  copy(instance, lua_touserdata(source, index), tq::effectiveInstanceSize(objectClass),
-       canUseMoveSemantics);
+  copy(instance, original, tq::effectiveInstanceSize(objectClass), canUseMoveSemantics);
   return 1;
 }
 

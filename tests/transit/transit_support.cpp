@@ -51,6 +51,22 @@ std::vector<unsigned char> pack(lua_State *L, int index, int canUseMoveSemantics
   return bytes;
 }
 
+void QueueTest::SetUp() {
+  tqtest::UniverseTest::SetUp();
+  lua_register(L, "newTransitQueue", TqTransitQueue_new_L);
+}
+
+TqTransitQueue *queueObjectAt(lua_State *L, int index) {
+  return static_cast<TqTransitQueue *>(TqDirectObject_fromLua(L, index, &TqTransitQueue_Class));
+}
+
+TqTransitQueue *queueObjectNamed(lua_State *L, const char *global) {
+  lua_getglobal(L, global);
+  TqTransitQueue *queue = queueObjectAt(L, -1);
+  lua_pop(L, 1);
+  return queue;
+}
+
 const TqDirectObjectClass kPlainClass = {nullptr, "Plain", 16, nullptr, nullptr,
                                          TqDirectObject_memcpy, nullptr, nullptr};
 

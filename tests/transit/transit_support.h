@@ -37,6 +37,25 @@ std::vector<unsigned char> pack(lua_State *L, int index, int canUseMoveSemantics
 // A class of plain data: 16 bytes, copied with TqDirectObject_memcpy.
 extern const TqDirectObjectClass kPlainClass;
 
+// A universe whose scripts can make queues: newTransitQueue (its move flag is argument 2).
+class QueueTest : public tqtest::UniverseTest {
+protected:
+  void SetUp() override;
+};
+
+// A queue handle as it lies in memory: the mark, then the core.
+struct HandleView {
+  uint32_t mark;
+  const void *core;
+};
+inline const HandleView &viewOf(const void *handle) {
+  return *static_cast<const HandleView *>(handle);
+}
+// The handle inside the queue object at index.
+TqTransitQueue *queueObjectAt(lua_State *L, int index);
+// The handle of the queue object in the global of that name.
+TqTransitQueue *queueObjectNamed(lua_State *L, const char *global);
+
 }  // namespace transit_test
 
 #endif

@@ -56,7 +56,7 @@ void copyHandle(void *destination, void *source, size_t, int canUseMoveSemantics
   to->mark = kCopied;
   if (canUseMoveSemantics) {
     from->mark = kMovedFrom;
-    from->core = tq::kMovedFromCore;
+    from->core = reinterpret_cast<tq::QueueCore *>(uintptr_t{0xABBAABB2});
   } else {
     core->referenceCount.fetch_add(1, std::memory_order_relaxed);
   }

@@ -27,13 +27,10 @@ namespace queue_mark {
 constexpr uint32_t kCreated = 0xABBABABE;
 constexpr uint32_t kCopied = 0xABBAACDC;
 constexpr uint32_t kRetained = 0xBEE6EE51;
-constexpr uint32_t kMovedFrom = 0xDEADACDC;
+constexpr uint32_t kMovedFrom = 0xDEADACDC;  // its core pointer is 0xABBAABB2
 constexpr uint32_t kCollected = 0xDEADABBA;
 constexpr uint32_t kUncounted = 0;
 }  // namespace queue_mark
-
-// What a moved-from handle points at instead of a core.
-inline QueueCore *const kMovedFromCore = reinterpret_cast<QueueCore *>(uintptr_t{0xABBAABB2});
 
 // A fresh core holding one reference.
 QueueCore *newQueueCore(int canUseMoveSemantics);

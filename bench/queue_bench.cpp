@@ -3,7 +3,8 @@
 //   - the same byte counts as std::string through a minimal mutex-and-condition queue;
 //   - for tables, one Lua state deep-copying them with a Lua function through a Lua FIFO.
 //
-// Usage: tq_queue_bench [repetitions]   (default 5; each figure is the median)
+// Usage: tq_queue_bench [repetitions [sample]]   (default 5 repetitions, every sample; each
+// figure is the median)
 #include <tqkernel/tqkernel.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <deque>
 #include <functional>
@@ -179,6 +181,7 @@ void printRow(const char *what, const Timing &timing, int messages) {
 
 int main(int argc, char **argv) {
   const int repetitions = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+  const char *only = argc > 2 ? argv[2] : nullptr;
   KrInit();
   std::vector<TqLuaUniverse *> universes;
   lua_State *producer = openState(universes, "producer");
@@ -187,6 +190,7 @@ int main(int argc, char **argv) {
 
   std::printf("one producer and one consumer thread; medians of %d runs\n", repetitions);
   for (const Sample &sample : kSamples) {
+    if (only && std::strcmp(only, sample.name) != 0) continue;
     const std::string bytes = packedBytes(producer, sample);
     std::vector<Timing> transit, minimal, luaCopy;
     for (int run = 0; run < repetitions; ++run) {

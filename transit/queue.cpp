@@ -98,7 +98,8 @@ TqTransitQueue *TqTransitQueue_checkRetainFromLua(lua_State *L, int index) {
 int TqTransitQueue_pushQueue_L(lua_State *L, TqTransitQueue *queue) {
   auto *object =
       static_cast<TqTransitQueue *>(TqDirectObject_checkPushAllocToLua(L, &TqTransitQueue_Class));
-  // The mark stays 0: this reference is never given back.
+  // This reference is never given back: the queue outlives every object made this way.
+  object->mark = kUncounted;
   object->core = tq::retainQueueCore(queue->core);
   return 1;
 }

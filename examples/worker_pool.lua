@@ -4,8 +4,9 @@
 --
 --   tqhost examples/worker_pool.lua [WORKERS] [ITEMS]
 
-local workerCount = tonumber((...)) or 4
-local itemCount = tonumber(select(2, ...)) or 400
+local arguments = { ... }
+local workerCount = tonumber(arguments[1]) or 4
+local itemCount = tonumber(arguments[2]) or 400
 
 local workerSource = [[
 local name, work = ...

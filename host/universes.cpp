@@ -90,6 +90,7 @@ int elapsedSeconds_L(lua_State *L) {
 
 int hostSetup(lua_State *L) {
   lua_register(L, "print", TqLua_alwaysPrint_L);
+  lua_register(L, "newTransitQueue", TqTransitQueue_new_L);
   lua_register(L, "spawnUniverse", spawnUniverse_L);
   lua_register(L, "elapsedSeconds", elapsedSeconds_L);
   return 0;

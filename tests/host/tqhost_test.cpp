@@ -81,6 +81,27 @@ TEST(Tqhost, UnsendableArgumentsAreRefused) {
       << result.output;
 }
 
+TEST(Tqhost, WorkerPoolExampleProcessesEveryItem) {
+  const auto result = runProcess(tqhost(std::string(TQ_EXAMPLES_DIR) + "/worker_pool.lua 3 300"));
+  EXPECT_EQ(result.exitStatus, 0) << result.output;
+  EXPECT_NE(result.output.find("L: 300 items processed by 3 workers in "), std::string::npos)
+      << result.output;
+  EXPECT_NE(result.output.find(", 0 wrong"), std::string::npos) << result.output;
+}
+
+TEST(Tqhost, QueueSentToASpawnedUniverseCarriesItsReplies) {
+  const std::string script = writeTemporaryFile(
+      "local requests, replies = newTransitQueue(), newTransitQueue()\n"
+      "spawnUniverse('echo', 'local q = ... local m = q:dequeue() m.reply:enqueue(m.text:upper())',"
+      " requests)\n"
+      "requests:enqueue({ text = 'ping', reply = replies })\n"
+      "print(replies:dequeue(true, 30))\n",
+      ".lua");
+  const auto result = runProcess(tqhost(script));
+  EXPECT_EQ(result.exitStatus, 0) << result.output;
+  EXPECT_NE(result.output.find("L: PING\r\n"), std::string::npos) << result.output;
+}
+
 TEST(Tqhost, ExampleRuns) {
   const auto result = runProcess(tqhost(std::string(TQ_EXAMPLES_DIR) + "/hello.lua one"));
   EXPECT_EQ(result.exitStatus, 0) << result.output;

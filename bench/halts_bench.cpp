@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <string>
 
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 namespace {
 

@@ -1,7 +1,7 @@
 #ifndef TQ_RUNTIME_EXCEPTIONS_INTERNAL_H
 #define TQ_RUNTIME_EXCEPTIONS_INTERNAL_H
 
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 namespace tq {
 

@@ -19,7 +19,7 @@
 #include <stdint.h>
 
 #include <tqkernel/export.h>
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 TQ_BEGIN_DECLS
 

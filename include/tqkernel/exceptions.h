@@ -13,7 +13,7 @@
 #define TQKERNEL_EXCEPTIONS_H
 
 #include <tqkernel/export.h>
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 TQ_BEGIN_DECLS
 

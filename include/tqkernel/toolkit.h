@@ -8,7 +8,7 @@
 #include <stdint.h>
 
 #include <tqkernel/export.h>
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 #include <tqkernel/universe.h>
 
 TQ_BEGIN_DECLS

@@ -3,7 +3,7 @@
 #ifndef TQKERNEL_TQKERNEL_H
 #define TQKERNEL_TQKERNEL_H
 
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 #include <tqkernel/exceptions.h>
 #include <tqkernel/threads.h>
 #include <tqkernel/universe.h>

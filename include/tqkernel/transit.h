@@ -30,7 +30,7 @@
 
 #include <tqkernel/direct_objects.h>
 #include <tqkernel/export.h>
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 TQ_BEGIN_DECLS
 

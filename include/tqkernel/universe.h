@@ -15,7 +15,7 @@
 
 #include <tqkernel/exceptions.h>
 #include <tqkernel/export.h>
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 TQ_BEGIN_DECLS
 

@@ -14,7 +14,7 @@
 #include <stddef.h>
 
 #include <tqkernel/export.h>
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 TQ_BEGIN_DECLS
 

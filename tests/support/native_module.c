@@ -1,5 +1,5 @@
 /* A native Lua module, loaded by require in the host-hook tests. */
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 static int answer(lua_State *L) {
   lua_pushinteger(L, 42);

@@ -2,7 +2,7 @@
 #ifndef TQ_TESTS_TOOLKIT_C_HEADERS_H
 #define TQ_TESTS_TOOLKIT_C_HEADERS_H
 
-#include <tqkernel/lua.h>
+#include <tqkernel/lua_api.h>
 
 #ifdef __cplusplus
 extern "C"

@@ -2,8 +2,8 @@
  *
  * The functions keep C linkage, so code written against stock Lua 5.1 headers links
  * against libtqkernel unchanged. */
-#ifndef TQKERNEL_LUA_H
-#define TQKERNEL_LUA_H
+#ifndef TQKERNEL_LUA_API_H
+#define TQKERNEL_LUA_API_H
 
 #if defined(__cplusplus)
 extern "C" {

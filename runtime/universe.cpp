@@ -41,13 +41,18 @@ void tuneCollector(lua_State *L) {
   lua_gc(L, LUA_GCSETSTEPMUL, static_cast<int>(stepmul * 1.1));
 }
 
-lua_State *newLuaState(TqLuaUniverse *universe) {
-  lua_State *L = lua_newstate(allocate, nullptr);
-  if (!L) TqThrowInsufficientMemory();
+// Makes L the library's: its universe word, collector tuning and panic dispatcher.
+lua_State *adoptLuaState(lua_State *L, TqLuaUniverse *universe) {
   tq::universeWord(L) = universe;
   tuneCollector(L);
   lua_atpanic(L, panicDispatcher);
   return L;
+}
+
+lua_State *newLuaState(TqLuaUniverse *universe) {
+  lua_State *L = lua_newstate(allocate, nullptr);
+  if (!L) TqThrowInsufficientMemory();
+  return adoptLuaState(L, universe);
 }
 
 int openStandardLibraries(lua_State *L) {
@@ -76,19 +81,13 @@ TqLuaUniverse *createUniverse(lua_State *existing, void *applicationData, void *
   universe->isMain = isMain;
   universe->kernelOnly = kernelOnly;
   universe->applicationData = applicationData;
+  // The handlers come first: anything below may raise through them.
+  universe->exceptionHandlers = tq::defaultExceptionHandlers();
   try {
-    if (existing) {
-      universe->luaState = existing;
-      tq::universeWord(existing) = universe;
-      tuneCollector(existing);
-      lua_atpanic(existing, panicDispatcher);
-    } else {
-      universe->luaState = newLuaState(universe);
-    }
-    lua_State *L = universe->luaState;
+    lua_State *L = existing ? adoptLuaState(existing, universe) : newLuaState(universe);
+    universe->luaState = L;
     lua_pushstring(L, name);
     lua_setfield(L, LUA_REGISTRYINDEX, "universeName");
-    universe->exceptionHandlers = tq::defaultExceptionHandlers();
     tq::runSetupProcs(L, TqLuaSetupProc_mainState, universe);
   } catch (...) {
     TqLuaUniverse_close(universe);

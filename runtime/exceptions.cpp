@@ -2,7 +2,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 #include "runtime/exceptions_internal.h"
 #include "runtime/universe_internal.h"
@@ -73,21 +72,20 @@ TQ_NORETURN void raiseText(lua_State *L, const char *text) {
   __builtin_unreachable();
 }
 
+// gerund: "setting" or "reading"; verb: "set" or "read".
 TQ_NORETURN void raiseFieldError(lua_State *L, const char *className, const char *fieldName,
-                                 const char *verb) {
-  char text[512];
+                                 const char *gerund, const char *verb) {
   if (className && fieldName) {
-    std::snprintf(text, sizeof text, "%s does not support %s field %s.", className, verb, fieldName);
+    lua_pushfstring(L, "%s does not support %s field %s.", className, gerund, fieldName);
   } else if (className) {
-    std::snprintf(text, sizeof text, "%s does not support %s the requested field.", className, verb);
+    lua_pushfstring(L, "%s does not support %s the requested field.", className, gerund);
   } else if (fieldName) {
-    std::snprintf(text, sizeof text, "Could not %s field %s in the target object.",
-                  std::strcmp(verb, "setting") == 0 ? "set" : "read", fieldName);
+    lua_pushfstring(L, "Could not %s field %s in the target object.", verb, fieldName);
   } else {
-    std::snprintf(text, sizeof text, "Could not %s a field in the target object.",
-                  std::strcmp(verb, "setting") == 0 ? "set" : "read");
+    lua_pushfstring(L, "Could not %s a field in the target object.", verb);
   }
-  raiseText(L, text);
+  lua_error(L);
+  __builtin_unreachable();
 }
 
 }  // namespace
@@ -140,11 +138,11 @@ void TqLua_throwProgramError(lua_State *L, const char *message) {
 }
 
 void TqThrowSetFieldError(lua_State *L, const char *className, const char *fieldName) {
-  raiseFieldError(L, className, fieldName, "setting");
+  raiseFieldError(L, className, fieldName, "setting", "set");
 }
 
 void TqThrowGetFieldError(lua_State *L, const char *className, const char *fieldName) {
-  raiseFieldError(L, className, fieldName, "reading");
+  raiseFieldError(L, className, fieldName, "reading", "read");
 }
 
 void TqThrowMissingType(lua_State *L, const char *typeName) {

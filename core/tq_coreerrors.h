@@ -7,15 +7,17 @@
 
 #include <tqkernel/exceptions.h>
 
+#include "runtime/exceptions_internal.h"
 #include "runtime/universe_internal.h"
 
 [[noreturn]] void tqcore_abort(const char *reason);
 
-// Hands the error to the state's universe's error handler, which throws. Inline: every
-// native frame between the throw and the protected call costs the unwinder time on
-// each Lua error.
+// Hands the error to the state's universe's error handler, which throws. Inline, and the
+// default handler's throw inline too: every native frame between the throw and the
+// protected call costs the unwinder time on each Lua error.
 [[noreturn]] inline void tqcore_throw(lua_State *L, int status) {
   const TqLuaExceptionHandlers &handlers = tq::handlersFor(L);
+  if (handlers.errorHandler == tq::defaultErrorHandler) tq::throwDescribedError(L, status);
   if (!handlers.errorHandler) tqcore_abort("Lua error raised with no error handler installed");
   handlers.errorHandler(handlers.context, L, status);
   tqcore_abort("Lua error handler returned instead of throwing");

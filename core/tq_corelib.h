@@ -11,4 +11,7 @@ int tqcore_db_getvarargs(lua_State *L);
 // string.replace(s, find, repl [, n]): plain replacement, see stringreplace.cpp.
 int tqcore_str_replace(lua_State *L);
 
+// The base library's tostring, which error descriptions recognise.
+int luaB_tostring(lua_State *L);
+
 #endif

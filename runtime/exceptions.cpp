@@ -2,7 +2,9 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
+#include "core/tq_corelib.h"
 #include "runtime/exceptions_internal.h"
 #include "runtime/universe_internal.h"
 
@@ -26,6 +28,38 @@ const char *fallbackDescription(int status) {
   return status == LUA_ERRSYNTAX ? "LuaSyntaxException" : "LuaRunException";
 }
 
+// Keeps a text up to its first zero byte, truncated to fit; false when that is empty.
+bool keepDescription(const char *text) {
+  const size_t length = strnlen(text, sizeof tDescription - 1);
+  std::memcpy(tDescription, text, length);
+  tDescription[length] = '\0';
+  return length > 0;
+}
+
+// When the tostring on top of the stack is the stock one and the value at index has no
+// __tostring metamethod, writes what that tostring would give and returns true. Nearly
+// every error value is such, and this spares it a protected call and a new Lua string on
+// every raise.
+bool describeAsStockTostring(lua_State *L, int index) {
+  if (lua_tocfunction(L, -1) != luaB_tostring) return false;
+  if (luaL_getmetafield(L, index, "__tostring")) {
+    lua_pop(L, 1);
+    return false;
+  }
+  switch (lua_type(L, index)) {
+    case LUA_TSTRING: keepDescription(lua_tostring(L, index)); break;
+    case LUA_TNUMBER:
+      std::snprintf(tDescription, sizeof tDescription, LUA_NUMBER_FMT, lua_tonumber(L, index));
+      break;
+    case LUA_TBOOLEAN: keepDescription(lua_toboolean(L, index) ? "true" : "false"); break;
+    case LUA_TNIL: keepDescription("nil"); break;
+    default:
+      std::snprintf(tDescription, sizeof tDescription, "%s: %p", luaL_typename(L, index),
+                    lua_topointer(L, index));
+  }
+  return true;
+}
+
 // The text of the error value on top of L's stack, through the global tostring.
 const char *describeTopValue(lua_State *L, int status) {
   if (!L || lua_gettop(L) == 0 || tDescribingDepth >= kMaxDescribingDepth) {
@@ -38,21 +72,17 @@ const char *describeTopValue(lua_State *L, int status) {
   const int top = lua_gettop(L);
   luaL_checkstack(L, 10, "exception processing");
   lua_getglobal(L, "tostring");
-  lua_pushvalue(L, top);
-  bool described = false;
-  if (!lua_isnil(L, -2) && lua_pcall(L, 1, 1, 0) == 0 && lua_type(L, -1) == LUA_TSTRING) {
-    std::snprintf(tDescription, sizeof tDescription, "%s", lua_tostring(L, -1));
+  bool described;
+  if (describeAsStockTostring(L, top)) {
     described = tDescription[0] != '\0';
+  } else {
+    // A failing tostring may describe errors of its own in the buffer meanwhile.
+    lua_pushvalue(L, top);
+    described = !lua_isnil(L, -2) && lua_pcall(L, 1, 1, 0) == 0 &&
+                lua_type(L, -1) == LUA_TSTRING && keepDescription(lua_tostring(L, -1));
   }
   lua_settop(L, top);
   return described ? tDescription : fallbackDescription(status);
-}
-
-void defaultErrorHandler(void *, lua_State *L, int status) {
-  if (status == LUA_ERRMEM) TqThrowInsufficientMemory();
-  const char *text = tq::describeError(L, status);
-  TqExceptions_willThrow(L, text);
-  throw TqLuaException(text, status);
 }
 
 int defaultPanicHandler(void *, lua_State *L) {
@@ -63,7 +93,7 @@ int defaultPanicHandler(void *, lua_State *L) {
   throw TqLuaException(text, status);
 }
 
-const TqLuaExceptionHandlers sDefaultHandlers = {nullptr, defaultErrorHandler,
+const TqLuaExceptionHandlers sDefaultHandlers = {nullptr, tq::defaultErrorHandler,
                                                  defaultPanicHandler, nullptr};
 
 TQ_NORETURN void raiseText(lua_State *L, const char *text) {
@@ -105,6 +135,8 @@ const char *tq::describeError(lua_State *L, int status) {
     default: return "An unidentifed error occurred.";
   }
 }
+
+void tq::defaultErrorHandler(void *, lua_State *L, int status) { throwDescribedError(L, status); }
 
 const TqLuaExceptionHandlers &tq::defaultExceptionHandlers() { return sDefaultHandlers; }
 

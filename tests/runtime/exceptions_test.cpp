@@ -75,6 +75,44 @@ TEST_F(UniverseTest, ThrowHookIsToldTheDescriptionBeforeEachLuaError) {
                                                "LuaRunException", "nil"}));
 }
 
+// Error values are described as the global tostring would give them, whatever their type,
+// a replaced tostring and a string __tostring metamethod included.
+TEST_F(UniverseTest, DescriptionsAreWhatTostringGives) {
+  sThrown.clear();
+  TqExceptions_setThrowHook(recordThrow);
+  EXPECT_EQ(tqtest::run(L, R"(
+    expected = {}
+    local function raise(value, text)
+      pcall(error, value, 0)
+      expected[#expected + 1] = text or tostring(value)
+    end
+    for _, value in ipairs{42, 1/3, 1e300, -1/0, true, false, {}, print,
+                           coroutine.create(function() end), newproxy(), "plain"} do
+      raise(value)
+    end
+    raise(nil, "nil")
+    raise("up to\0here", "up to")
+    local strings = getmetatable("")
+    strings.__tostring = function(s) return "S:" .. s end
+    raise("x", "S:x")
+    strings.__tostring = nil
+    local stock = tostring
+    tostring = function(v) return "T:" .. stock(v) end
+    raise(7, "T:7")
+    tostring = stock
+  )"), "");
+  TqExceptions_setThrowHook(nullptr);
+  lua_getglobal(L, "expected");
+  std::vector<std::string> expected;
+  for (int i = 1; i <= static_cast<int>(lua_objlen(L, -1)); ++i) {
+    lua_rawgeti(L, -1, i);
+    expected.push_back(lua_tostring(L, -1));
+    lua_pop(L, 1);
+  }
+  lua_pop(L, 1);
+  EXPECT_EQ(sThrown, expected);
+}
+
 TEST_F(UniverseTest, ErrorStatusesKeepTheirMeaning) {
   EXPECT_EQ(luaL_loadstring(L, "x = = 1"), LUA_ERRSYNTAX);
   EXPECT_STREQ(lua_tostring(L, -1), "[string \"x = = 1\"]:1: unexpected symbol near '='");

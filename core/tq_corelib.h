@@ -1,4 +1,4 @@
-// Lua functions of ours that the patched standard libraries register.
+// Lua functions shared between our code and the patched standard libraries.
 #ifndef TQ_CORELIB_H
 #define TQ_CORELIB_H
 
@@ -11,7 +11,7 @@ int tqcore_db_getvarargs(lua_State *L);
 // string.replace(s, find, repl [, n]): plain replacement, see stringreplace.cpp.
 int tqcore_str_replace(lua_State *L);
 
-// The base library's tostring, which error descriptions recognise.
+// The base library's own tostring, which error descriptions recognise.
 int luaB_tostring(lua_State *L);
 
 #endif

@@ -1,0 +1,293 @@
+// The library's native operations as Lua functions (global T) for the Lua test scripts.
+// Each binding calls one operation on its arguments and returns what it answers.
+#include "lua/bindings.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+std::string sLogged, sThrown, sCaptured;
+TqLuaLogOutput sPreviousOutput = nullptr;
+TqLuaCodeCapture sCapture{};
+int sHaltHits = 0;
+
+int ret(lua_State *L, lua_Number value) { return lua_pushnumber(L, value), 1; }
+int ret(lua_State *L, const char *text) { return lua_pushstring(L, text), 1; }
+int flag(lua_State *L, bool value) { return lua_pushboolean(L, value), 1; }
+int integer(lua_State *L, int index) { return static_cast<int>(lua_tointeger(L, index)); }
+// Everything from index on, as results.
+int from(lua_State *L, int index) { return lua_gettop(L) - index + 1; }
+
+const char kKeys[2] = {0, 0};
+const void *key(lua_State *L, int index) { return lua_isnil(L, index) ? nullptr : &kKeys[integer(L, index)]; }
+
+const TqNamedInteger kLetterEntries[] = {{"a", 1}, {"b", 2}, {"first", 1}, {nullptr, 0}};
+const TqNamedInteger kNoEntries[] = {{nullptr, 0}};
+const TqNamedIntegers kLetters = {"Letter", kLetterEntries}, kUnnamed = {nullptr, kNoEntries};
+const TqNamedIntegers kEmpty = {"Empty", nullptr};
+// The record named by the argument: "unnamed", "empty", "none" (NULL), else Letter.
+const TqNamedIntegers *record(lua_State *L, int index) {
+  const std::string which = luaL_optstring(L, index, "");
+  if (which == "none") return nullptr;
+  return which == "unnamed" ? &kUnnamed : which == "empty" ? &kEmpty : &kLetters;
+}
+
+int answer(lua_State *L) { return ret(L, 42); }
+int upvalues(lua_State *L) { return lua_pushvalue(L, lua_upvalueindex(1)), lua_pushvalue(L, lua_upvalueindex(2)), 2; }
+const luaL_Reg kFunctionLists[][3] = {{{"one", answer}, {"two", answer}, {nullptr, nullptr}},
+                                      {{"fine", answer}, {nullptr, answer}, {nullptr, nullptr}},
+                                      {{"missing", nullptr}, {nullptr, nullptr}, {nullptr, nullptr}}};
+
+void recordCapture(lua_State *, const char *source, size_t length, const char *name) {
+  sCaptured.append(source, length).append("|").append(name ? name : "(null)").append("\n");
+}
+
+void throwingCapture(lua_State *, const char *, size_t, const char *) { throw std::runtime_error("hook failed"); }
+void raisingCapture(lua_State *L, const char *, size_t, const char *) { luaL_error(L, "hook raised"); }
+
+void recordHalt(lua_State *, lua_Debug *ar) { sHaltHits += ar->event == LUA_HOOKHALT; }
+
+// A table of what the queries say of argument 1.
+int probe(lua_State *L) {
+  lua_pushfstring(L, "%d %s any%d indexable%d heavy%d string%d number%d to:%d%d%s,%f,%d len%d",
+                  TqLua_type(L, 1), TqLua_typename(L, 1), TqLua_isAny(L, 1), TqLua_isIndexable(L, 1),
+                  TqLua_isHeavyUserdata(L, 1), TqLua_isStringNoConvert(L, 1),
+                  TqLua_isNumberNoConvert(L, 1), TqLua_toHeavyUserdata(L, 1) != nullptr,
+                  TqLua_toLightUserdata(L, 1) != nullptr, TqLua_toStringNoConvert(L, 1) ? "s" : "-",
+                  TqLua_toNumberNoConvert(L, 1), static_cast<int>(TqLua_toIntegerNoConvert(L, 1)),
+                  static_cast<int>(TqLua_strlen(L, 1)));
+  return 1;
+}
+
+// field(member, t, key, default): a table field accessor on t (argument 2).
+int field(lua_State *L) {
+  const std::string m = luaL_checkstring(L, 1);
+  const char *k = lua_tostring(L, 3);
+  const int32_t i = integer(L, 3);
+  const char *text = "untouched";
+  lua_Number number = -1;
+  int boolean = -1;
+  if (m == "hasString") return flag(L, TqLuaTable_hasString(L, 2, k, &text)), ret(L, text), 2;
+  if (m == "hasStringAtIndex") return flag(L, TqLuaTable_hasStringAtIndex(L, 2, i, &text)), ret(L, text), 2;
+  if (m == "hasNumber") return flag(L, TqLuaTable_hasNumber(L, 2, k, &number)), ret(L, number), 2;
+  if (m == "hasNumberAtIndex") return flag(L, TqLuaTable_hasNumberAtIndex(L, 2, i, &number)), ret(L, number), 2;
+  if (m == "hasBoolean") return flag(L, TqLuaTable_hasBoolean(L, 2, k, &boolean)), ret(L, boolean), 2;
+  if (m == "hasKey") return flag(L, TqLuaTable_hasKey(L, 2, k));
+  if (m == "optString") return ret(L, TqLuaTable_optString(L, 2, k, lua_tostring(L, 4)));
+  if (m == "optStringAtIndex") return ret(L, TqLuaTable_optStringAtIndex(L, 2, i, lua_tostring(L, 4)));
+  if (m == "optNumber") return ret(L, TqLuaTable_optNumber(L, 2, k, lua_tonumber(L, 4)));
+  if (m == "optNumberAtIndex") return ret(L, TqLuaTable_optNumberAtIndex(L, 2, i, lua_tonumber(L, 4)));
+  if (m == "optBoolean") return ret(L, TqLuaTable_optBoolean(L, 2, k, integer(L, 4)));
+  if (m == "isString") return flag(L, TqLuaTable_isString(L, 2, k));
+  if (m == "isStringAtIndex") return flag(L, TqLuaTable_isStringAtIndex(L, 2, i));
+  if (m == "isNumber") return flag(L, TqLuaTable_isNumber(L, 2, k));
+  if (m == "isNumberAtIndex") return flag(L, TqLuaTable_isNumberAtIndex(L, 2, i));
+  if (m == "isBoolean") return flag(L, TqLuaTable_isBoolean(L, 2, k));
+  if (m == "checkString") return ret(L, TqLuaTable_checkString(L, 2, k));
+  if (m == "checkStringAtIndex") return ret(L, TqLuaTable_checkStringAtIndex(L, 2, i));
+  if (m == "checkNumber") return ret(L, TqLuaTable_checkNumber(L, 2, k));
+  if (m == "checkNumberAtIndex") return ret(L, TqLuaTable_checkNumberAtIndex(L, 2, i));
+  if (m == "checkBoolean") return ret(L, TqLuaTable_checkBoolean(L, 2, k));
+  if (m == "toString") return ret(L, TqLuaTable_toString(L, 2, k));
+  if (m == "toStringAtIndex") return ret(L, TqLuaTable_toStringAtIndex(L, 2, i));
+  if (m == "toNumber") return ret(L, TqLuaTable_toNumber(L, 2, k));
+  if (m == "toNumberAtIndex") return ret(L, TqLuaTable_toNumberAtIndex(L, 2, i));
+  if (m == "toBoolean") return ret(L, TqLuaTable_toBoolean(L, 2, k));
+  if (m == "setString") return TqLuaTable_setString(L, 2, k, lua_tostring(L, 4)), 0;
+  if (m == "setStringAtIndex") return TqLuaTable_setStringAtIndex(L, 2, i, lua_tostring(L, 4)), 0;
+  if (m == "setNumber") return TqLuaTable_setNumber(L, 2, k, lua_tonumber(L, 4)), 0;
+  if (m == "setNumberAtIndex") return TqLuaTable_setNumberAtIndex(L, 2, i, lua_tonumber(L, 4)), 0;
+  if (m == "setBoolean") return TqLuaTable_setBoolean(L, 2, k, integer(L, 4)), 0;
+  if (m == "setFrom") return TqLuaTable_setFrom(L, 2, k, 4), 0;
+  if (m == "ref") return lua_settop(L, 4), ret(L, TqLuaTable_ref(L, 2));
+  if (m == "unref") return TqLuaTable_unref(L, 2, integer(L, 3)), 0;
+  return luaL_error(L, "no member %s", m.c_str());
+}
+
+// cached(kind, name, key): a registry cache lookup; returns its answer and the table.
+int cached(lua_State *L) {
+  const std::string kind = luaL_checkstring(L, 1);
+  const char *name = lua_tostring(L, 2);
+  const int top = lua_gettop(L);
+  int result = 0;
+  if (kind == "opt") result = TqLua_pushOptCachedTable(L, name, key(L, 3));
+  if (kind == "plain") result = TqLua_pushCachedTable(L, name, key(L, 3));
+  if (kind == "v") result = TqLua_pushCachedWeakValuedTable(L, name, key(L, 3));
+  if (kind == "k") result = TqLua_pushCachedWeakKeyedTable(L, name, key(L, 3));
+  if (kind == "kv") result = TqLua_pushCachedFullyWeakTable(L, name, key(L, 3));
+  ret(L, result);
+  lua_insert(L, top + 1);
+  return from(L, top + 1);
+}
+
+#define BIND(name, ...) {#name, []([[maybe_unused]] lua_State *L) -> int { __VA_ARGS__ }}
+
+const luaL_Reg kBindings[] = {
+    // Value checks and conversions.
+    BIND(checkNumber, return ret(L, TqLua_checkNumber(L, 1));),
+    BIND(checkInteger, return ret(L, static_cast<lua_Number>(TqLua_checkInteger(L, 1)));),
+    BIND(checkString, return ret(L, TqLua_checkString(L, 1));),
+    BIND(checkBoolean, return ret(L, TqLua_checkBoolean(L, 1));),
+    BIND(checkUserdata, return flag(L, TqLua_checkUserdata(L, 1) != nullptr);),
+    BIND(checkHeavy, return flag(L, TqLua_checkHeavyUserdata(L, 1) != nullptr);),
+    BIND(checkLight, return flag(L, TqLua_checkLightUserdata(L, 1) != nullptr);),
+    BIND(checkAny, return TqLua_checkAny(L, 1), 0;),
+    BIND(checkType, return TqLua_checkType(L, 1, integer(L, 2), lua_tostring(L, 3)), 0;),
+    BIND(optNumber, return ret(L, TqLua_optNumber(L, 1, 0.5));),
+    BIND(optInteger5, return ret(L, static_cast<lua_Number>(TqLua_optInteger(L, 5, 7)));),
+    BIND(optString, return ret(L, TqLua_optString(L, 1, "default"));),
+    BIND(optBoolean, return ret(L, TqLua_optBoolean(L, 1, 5));),
+    BIND(optUserdata, return flag(L, TqLua_optUserdata(L, 1, L) == L);),
+    BIND(optHeavy, return flag(L, TqLua_optHeavyUserdata(L, 1, L) == L);),
+    BIND(optLight, return flag(L, TqLua_optLightUserdata(L, 1, L) == L);),
+    BIND(warnParameterCount, const int n = integer(L, 1); lua_remove(L, 1);
+         return TqLua_warnParameterCount(L, n), ret(L, lua_gettop(L));),
+    BIND(normalize, return ret(L, TqLua_normalize(L, integer(L, 1)));),
+    BIND(typeOfZero, return ret(L, TqLua_type(L, 0));),
+    BIND(equals, return flag(L, TqLua_equalsString(L, 1, lua_isnil(L, 2) ? nullptr : lua_tostring(L, 2)));),
+    BIND(popNil, const bool popped = TqLua_popNil(L); const int top = lua_gettop(L); return flag(L, popped), ret(L, top), 2;),
+    BIND(errorText, TqLua_errorText(L, "%s went wrong %d times", "it", 3);),
+    {"probe", probe},
+    BIND(light, return lua_pushlightuserdata(L, lua_toboolean(L, 1) ? L : nullptr), 1;),
+    BIND(heavy, return lua_newuserdata(L, static_cast<size_t>(luaL_optinteger(L, 1, 16))), 1;),
+    // Tagged heavy userdata.
+    BIND(tagged, TqLuaInternal_makeTaggedHeavyUserdata(L, static_cast<size_t>(luaL_optinteger(L, 2, 4)),
+                                                       static_cast<unsigned char>(integer(L, 1)));
+         return 1;),
+    BIND(tagOf, return ret(L, TqLuaInternal_getuserdatatag(L, 1));),
+    BIND(setTag, return ret(L, TqLuaInternal_setuserdatatag(L, 1, static_cast<unsigned char>(integer(L, 2))));),
+    BIND(isTagged, return flag(L, TqLuaInternal_isTaggedHeavyUserdata(L, 1, static_cast<unsigned char>(integer(L, 2))));),
+    BIND(toTagged, return flag(L, TqLuaInternal_toTaggedHeavyUserdata(L, 1, static_cast<unsigned char>(integer(L, 2))));),
+    BIND(checkTagged, TqLuaInternal_checkTaggedHeavyUserdata(L, 1, static_cast<unsigned char>(integer(L, 2))); return 0;),
+    BIND(invalidateTag, return TqLuaInternal_setTaggedHeavyUserdataToInvalid(L, 1), 0;),
+    {"canYield", TqLuaInternal_canYield_L},
+    // Named integers.
+    BIND(named, return ret(L, TqLua_checkNamedInteger(L, 1, record(L, 2)));),
+    BIND(optNamed, return ret(L, TqLua_optNamedInteger(L, 1, record(L, 2), -7));),
+    BIND(nameOf, return TqLua_pushNamedInteger(L, integer(L, 1), record(L, 2));),
+    BIND(namedPastTop, return ret(L, TqLua_checkNamedInteger(L, lua_gettop(L) + 1, &kLetters));),
+    BIND(namedTable, return TqLua_pushCachedNamedIntegersTable(L, record(L, 1));),
+    BIND(byName, int32_t value = -1; const int found = TqNamedIntegers_getByName(record(L, 2), lua_tostring(L, 1), &value);
+         return ret(L, found), ret(L, value), 2;),
+    BIND(namedNoThrow, lua_settop(L, 2); testing::internal::CaptureStderr();
+         const int32_t value = TqLua_optNamedInteger_noThrow(L, 1, record(L, 2), -7);
+         const std::string printed = testing::internal::GetCapturedStderr(); const int top = lua_gettop(L);
+         return ret(L, value), ret(L, printed.c_str()), ret(L, top), 3;),
+    // Caches, methods, tables.
+    {"cached", cached},
+    BIND(weak, return TqLua_makeWeakTable(L, lua_toboolean(L, 1), lua_toboolean(L, 2));),
+    BIND(literal, static const char first[] = "hello", second[] = "hello";
+         return TqLua_pushCachedLiteral_imp(L, lua_isnil(L, 1) ? nullptr : integer(L, 1) ? second : first, integer(L, 2));),
+    BIND(literalMacro, return TqLua_pushCachedLiteral(L, "wor\0ld");),
+    BIND(invalidate, return TqLua_invalidateProxyUserdata(L, 1), 0;),
+    // getMethod(object, name) -> found, and what is left above the object
+    BIND(getMethod, const int found = TqLua_getMethod(L, 1); const int top = lua_gettop(L);
+         return ret(L, found), lua_insert(L, 2), top;),
+    BIND(getMethodByName, const int found = TqLua_getMethodByName(L, 1, lua_tostring(L, 2));
+         ret(L, found); lua_insert(L, 3); return from(L, 3);),
+    BIND(getTable, return TqLua_getTable(L, 1), 1;),
+    BIND(deref, return TqLua_deref(L), 1;),
+    BIND(rawDeref, return TqLua_rawDeref(L), 1;),
+    BIND(rawDerefIndexed, return lua_settop(L, 1), TqLua_rawDerefIndexed(L, 2), 1;),
+    BIND(rawGetUD, return TqLua_rawGetUD(L, 1, L), 1;),
+    BIND(addFunctions, TqLua_addFunctionsToTable(L, 1, lua_isnil(L, 2) ? nullptr : kFunctionLists[integer(L, 2)]); return 0;),
+    {"chain", TqLua_chain},
+    BIND(shallowCopy, const int pushed = TqLua_shallowCopy(L, 1); ret(L, pushed);
+         if (pushed) lua_insert(L, -2); return 1 + pushed;),
+    {"field", field},
+    // Chunks and calls.
+    BIND(send, return TqLua_send(L, "greet", lua_gettop(L) - 1, LUA_MULTRET);),
+    BIND(sendForOne, return TqLua_send(L, "greet", lua_gettop(L) - 1, 1);),
+    BIND(stackSend, return TqLua_stackSend(L, lua_gettop(L) - 2, LUA_MULTRET);),
+    BIND(sendNegative, return TqLua_send(L, "greet", -1, 0);),
+    BIND(sendMissing, return lua_settop(L, 1), TqLua_send(L, "greet", 1, 0);),
+    BIND(closure, const int n = integer(L, 1); const bool withFunction = lua_toboolean(L, 2);
+         lua_remove(L, 1); lua_remove(L, 1); return TqLua_pushCClosure(L, withFunction ? upvalues : nullptr, n);),
+    BIND(functionFor, return TqLua_pushCFunctionWithUDRef(L, integer(L, 1) == 1 ? answer : upvalues, key(L, 2));),
+    BIND(nullFunction, return TqLua_pushCFunctionWithUDRef(L, nullptr, kKeys);),
+    {"withPool", TqLua_callWithAutoReleasePool},
+    {"loadAndCapture", TqLua_loadAndCaptureChunk_L},
+    BIND(codeChunk, return TqLua_getFunctionCodeChunk(L, 1);),
+    BIND(chunkName, return TqLua_getFunctionChunkName(L, 1);),
+    // loadChunk(source, name, environment) -> status, function or message, stack growth
+    BIND(loadChunk, lua_settop(L, 3); size_t size = 0; const char *source = lua_tolstring(L, 1, &size);
+         const int status = TqLua_loadChunkFromBuffer(L, source, size, lua_tostring(L, 2));
+         return ret(L, status), lua_insert(L, 3), ret(L, lua_gettop(L) - 4), 3;),
+    // callChunk(source, name) -> result count, results...
+    BIND(callChunk, lua_settop(L, 2); lua_pushnil(L);
+         const int count = TqLua_callChunkFromString(L, lua_tostring(L, 1), lua_tostring(L, 2));
+         return ret(L, count), lua_insert(L, 3), count + 1;),
+    BIND(pcallChunk, lua_settop(L, 2); lua_pushnil(L);
+         const int status = TqLua_pcallChunkFromString(L, lua_tostring(L, 1), lua_tostring(L, 2));
+         return ret(L, status), lua_insert(L, 3), from(L, 3);),
+    BIND(loadOnEmptyStack, return lua_settop(L, 0), TqLua_loadChunkFromString(L, "return 1", "empty"), 0;),
+    // capture(capturing, hook): sets the code-capture settings (hook "record", "throw", "raise" or
+    // none); returns the texts recorded since the last call, each with "|" and its chunk name.
+    BIND(capture, TqLua_setCodeCapturing(&sCapture, lua_toboolean(L, 1));
+         const std::string hook = luaL_optstring(L, 2, "");
+         TqLua_setCodeCaptureHook(&sCapture, hook == "record" ? recordCapture : hook == "throw" ? throwingCapture
+                                             : hook == "raise" ? raisingCapture : nullptr);
+         return lua_pushlstring(L, sCaptured.data(), sCaptured.size()), sCaptured.clear(), 1;),
+    // Printing, logging, tracebacks.
+    {"print", TqLua_alwaysPrint_L}, {"printStdout", TqLua_alwaysStdout_L}, {"debugPrint", TqLua_debugPrint_L},
+    BIND(logged, return ret(L, sLogged.c_str()), sLogged.clear(), 1;),
+    BIND(printf, return TqLua_printf(L, "%s=%d %f %%", "x", 5, 1.5), TqLua_dprintf(L, "never %d", 1), ret(L, lua_gettop(L));),
+    BIND(logString, return TqLua_alwaysLogString(lua_tostring(L, 1)), TqLua_debugLogString("never"), 0;),
+    BIND(traceback, return TqLua_pushTraceback(L, lua_tostring(L, 1), 0, integer(L, 2));),
+    BIND(dumpTraceback, return TqLua_dumpTraceback(L, lua_tostring(L, 1), 0), TqLua_dumpTracebackVerbose(L, lua_tostring(L, 2), 0), 0;),
+    BIND(dumpSkipping, return TqLua_dumpTracebackSkippingLevels(L, lua_tostring(L, 1), integer(L, 2)), 0;),
+    BIND(dumpTrace, return dumpTrace(L), 0;),
+    BIND(describe, return TqLua_shortStringDescription(L, L, 1), TqLua_stringDescription(L, L, 1), 2;),
+    BIND(dumps, TqLua_dumpStack(L, "label"); TqLua_dumpStack(L, nullptr); TqLua_dumpStackVerbose(L, "label");
+         TqLua_dumpStackComment(L, "comment"); TqLua_dumpValue(L, -1, "value"); TqLua_dumpValue(L, 1, nullptr);
+         dumpState(L); dumpValue(L, 1); return ret(L, lua_gettop(L));),
+    // Exceptions.
+    BIND(setFieldError, TqThrowSetFieldError(L, lua_tostring(L, 1), lua_tostring(L, 2));),
+    BIND(getFieldError, TqThrowGetFieldError(L, lua_tostring(L, 1), lua_tostring(L, 2));),
+    BIND(missingType, TqThrowMissingType(L, lua_tostring(L, 1));),
+    BIND(unsupported, TqThrowUnsupportedMethod(L, lua_tostring(L, 1));),
+    BIND(programError, TqLua_throwProgramError(L, luaL_checkstring(L, 1));),
+    BIND(throwStd, throw std::runtime_error(luaL_checkstring(L, 1));),
+    BIND(throwNative, TqThrowProgramError(luaL_checkstring(L, 1));),
+    BIND(throwOther, throw 42;),
+    // thrown(): the descriptions the throw hook was told since the last call, one a line.
+    BIND(thrown, TqExceptions_setThrowHook([](lua_State *, const char *text) { sThrown.append(text).append("\n"); });
+         return ret(L, sThrown.c_str()), sThrown.clear(), 1;),
+    // Halts and introspection.
+    BIND(sethalt, return ret(L, lua_sethalt(L, integer(L, 2), recordHalt));),
+    BIND(clearhalt, return ret(L, lua_clearhalt(L, integer(L, 2)));),
+    BIND(gethalts, return lua_gethalts(L), 1;),
+    BIND(hits, return ret(L, sHaltHits);),
+    BIND(describeFunction, return lua_settop(L, 1), lua_describefunction(L);),
+    BIND(disassemble, return lua_disassemble(L, static_cast<unsigned int>(luaL_checknumber(L, 1)));),
+    // Transit queues.
+    {"newQueue", TqTransitQueue_new_L},
+    BIND(mark, const void *handle = TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class);
+         return ret(L, *static_cast<const uint32_t *>(handle));),
+    {nullptr, nullptr}};
+
+}  // namespace
+
+namespace tqtest {
+
+void openBindings(lua_State *L, TqLuaUniverse *universe) {
+  sHaltHits = 0;
+  sLogged.clear();
+  sThrown.clear();
+  sCaptured.clear();
+  sPreviousOutput = TqLua_setLogOutput([](const char *piece) { sLogged += piece; });
+  TqLuaUniverse_setCodeCapture(universe, &sCapture);
+  luaL_register(L, "T", kBindings);
+  lua_pop(L, 1);
+}
+
+void closeBindings() {
+  TqLua_setLogOutput(sPreviousOutput);
+  TqExceptions_setThrowHook(nullptr);
+  TqLua_setCodeCapturing(&sCapture, 0);
+  TqLua_setCodeCaptureHook(&sCapture, nullptr);
+}
+
+}  // namespace tqtest

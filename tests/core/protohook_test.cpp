@@ -3,13 +3,15 @@
 #include <string>
 #include <vector>
 
-#include "core_fixture.h"
+#include "support/lua_fixture.h"
 
 namespace {
 
-using coretest::CoreTest;
-using coretest::haltHits;
-using tqtest::run;
+std::vector<int> sHits;  // the instruction index of each halt hit
+void recordingHook(lua_State *L, lua_Debug *ar) {
+  lua_getinfo(L, "c", ar);
+  sHits.push_back(ar->currentpc);
+}
 
 struct ProtoLog {
   std::set<void *> live;
@@ -33,17 +35,18 @@ void protoHook(lua_State *L, void *proto, int event) {
   if (!sProtos.closing) sProtos.freedWithSource += lua_getprotosource(L, proto) != nullptr;
 }
 
-class ProtoHookTest : public CoreTest {
+class ProtoHookTest : public tqtest::UniverseTest {
 protected:
   void SetUp() override {
-    CoreTest::SetUp();
+    UniverseTest::SetUp();
     lua_gc(L, LUA_GCCOLLECT, 0);  // what is left from start-up stays alive during the test
     sProtos = ProtoLog();
+    sHits.clear();
     lua_setprotohook(L, protoHook);
   }
   void TearDown() override {
     lua_setprotohook(L, nullptr);
-    CoreTest::TearDown();
+    UniverseTest::TearDown();
   }
 };
 
@@ -96,12 +99,12 @@ TEST_F(ProtoHookTest, HaltsByLineStandOnTheLinesFirstInstruction) {
   EXPECT_STREQ(lua_getprotosource(L, main), "=chunk");
   EXPECT_STREQ(lua_getprotosource(L, f), "=chunk");
 
-  EXPECT_EQ(lua_setprotohalt(L, main, 3, coretest::recordingHook), 0);  // an empty line
-  EXPECT_EQ(lua_setprotohalt(L, f, 2, coretest::recordingHook), 0);     // outside f
-  EXPECT_EQ(lua_setprotohalt(L, f, 5, coretest::recordingHook), 1);
-  const int mainLine8 = lua_setprotohalt(L, main, 8, coretest::recordingHook);
+  EXPECT_EQ(lua_setprotohalt(L, main, 3, recordingHook), 0);  // an empty line
+  EXPECT_EQ(lua_setprotohalt(L, f, 2, recordingHook), 0);     // outside f
+  EXPECT_EQ(lua_setprotohalt(L, f, 5, recordingHook), 1);
+  const int mainLine8 = lua_setprotohalt(L, main, 8, recordingHook);
   EXPECT_GT(mainLine8, 1);
-  EXPECT_EQ(lua_setprotohalt(L, main, 2, coretest::recordingHook), 1);
+  EXPECT_EQ(lua_setprotohalt(L, main, 2, recordingHook), 1);
   lua_gethalts(L);
   EXPECT_EQ(lua_objlen(L, -1), 2u);
   lua_pop(L, 1);
@@ -109,7 +112,7 @@ TEST_F(ProtoHookTest, HaltsByLineStandOnTheLinesFirstInstruction) {
   ASSERT_EQ(lua_pcall(L, 0, 1, 0), 0);
   EXPECT_EQ(lua_tointeger(L, -1), 3);
   lua_pop(L, 1);
-  EXPECT_EQ(haltHits(), (std::vector<int>{0, mainLine8 - 1, 0}));
+  EXPECT_EQ(sHits, (std::vector<int>{0, mainLine8 - 1, 0}));
 
   EXPECT_EQ(lua_clearprotohalt(L, f, 5), 1);
   EXPECT_EQ(lua_clearprotohalt(L, f, 5), 0);

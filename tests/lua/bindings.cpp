@@ -11,7 +11,7 @@ namespace {
 std::string sLogged, sThrown, sCaptured;
 TqLuaLogOutput sPreviousOutput = nullptr;
 TqLuaCodeCapture sCapture{};
-int sHaltHits = 0;
+int sHaltHits = 0, sLastHaltPc = -1;
 
 int ret(lua_State *L, lua_Number value) { return lua_pushnumber(L, value), 1; }
 int ret(lua_State *L, const char *text) { return lua_pushstring(L, text), 1; }
@@ -47,7 +47,22 @@ void recordCapture(lua_State *, const char *source, size_t length, const char *n
 void throwingCapture(lua_State *, const char *, size_t, const char *) { throw std::runtime_error("hook failed"); }
 void raisingCapture(lua_State *L, const char *, size_t, const char *) { luaL_error(L, "hook raised"); }
 
-void recordHalt(lua_State *, lua_Debug *ar) { sHaltHits += ar->event == LUA_HOOKHALT; }
+// Halt hooks: record the halted instruction; the yielding one also yields at every other hit.
+void recordHalt(lua_State *L, lua_Debug *ar) {
+  sHaltHits += ar->event == LUA_HOOKHALT;
+  lua_getinfo(L, "c", ar);
+  sLastHaltPc = ar->currentpc;
+}
+void yieldingHalt(lua_State *L, lua_Debug *ar) {
+  static bool yielding = false;
+  recordHalt(L, ar);
+  if ((yielding = !yielding)) lua_yield(L, 0);
+}
+void silentHalt(lua_State *, lua_Debug *) {}
+lua_Hook haltHook(lua_State *L, int index) {
+  const std::string kind = luaL_optstring(L, index, "");
+  return kind == "yield" ? yieldingHalt : kind == "silent" ? silentHalt : recordHalt;
+}
 
 // A table of what the queries say of argument 1.
 int probe(lua_State *L) {
@@ -256,10 +271,10 @@ const luaL_Reg kBindings[] = {
     BIND(thrown, TqExceptions_setThrowHook([](lua_State *, const char *text) { sThrown.append(text).append("\n"); });
          return ret(L, sThrown.c_str()), sThrown.clear(), 1;),
     // Halts and introspection.
-    BIND(sethalt, return ret(L, lua_sethalt(L, integer(L, 2), recordHalt));),
+    BIND(sethalt, return ret(L, lua_sethalt(L, integer(L, 2), haltHook(L, 3)));),
     BIND(clearhalt, return ret(L, lua_clearhalt(L, integer(L, 2)));),
     BIND(gethalts, return lua_gethalts(L), 1;),
-    BIND(hits, return ret(L, sHaltHits);),
+    BIND(hits, return ret(L, sHaltHits), ret(L, sLastHaltPc), 2;),
     BIND(describeFunction, return lua_settop(L, 1), lua_describefunction(L);),
     BIND(disassemble, return lua_disassemble(L, static_cast<unsigned int>(luaL_checknumber(L, 1)));),
     // Transit queues.

@@ -2,13 +2,17 @@
 // Each binding calls one operation on its arguments and returns what it answers.
 #include "lua/bindings.h"
 
+#include <dlfcn.h>
+
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 
 namespace {
 
-std::string sLogged, sThrown, sCaptured;
+std::string sLogged, sThrown, sCaptured, sOpened, sRefusedPrefix;
+bool sRefuseLibraries = false;
 TqLuaLogOutput sPreviousOutput = nullptr;
 TqLuaCodeCapture sCapture{};
 int sHaltHits = 0, sLastHaltPc = -1;
@@ -62,6 +66,17 @@ void silentHalt(lua_State *, lua_Debug *) {}
 lua_Hook haltHook(lua_State *L, int index) {
   const std::string kind = luaL_optstring(L, index, "");
   return kind == "yield" ? yieldingHalt : kind == "silent" ? silentHalt : recordHalt;
+}
+
+// Host hooks that record what they are asked and refuse paths under sRefusedPrefix.
+FILE *openFile(const char *path, const char *mode) {
+  sOpened.append(path).append(" ").append(mode).append("\n");
+  const bool refused = !sRefusedPrefix.empty() && std::string(path).rfind(sRefusedPrefix, 0) == 0;
+  return refused ? nullptr : std::fopen(path, mode);
+}
+void *loadLibrary(const char *path) {
+  sOpened.append("load ").append(path).append("\n");
+  return sRefuseLibraries ? nullptr : dlopen(path, RTLD_NOW);
 }
 
 // A table of what the queries say of argument 1.
@@ -270,6 +285,15 @@ const luaL_Reg kBindings[] = {
     // thrown(): the descriptions the throw hook was told since the last call, one a line.
     BIND(thrown, TqExceptions_setThrowHook([](lua_State *, const char *text) { sThrown.append(text).append("\n"); });
          return ret(L, sThrown.c_str()), sThrown.clear(), 1;),
+    // caught(): the foreign exceptions the catch hook saw since the last call, one a line.
+    BIND(caught, TqExceptions_setCatchExceptionHook([](lua_State *, const void *e) {
+           sThrown.append(e ? static_cast<const std::exception *>(e)->what() : "NULL").append("\n"); });
+         return ret(L, sThrown.c_str()), sThrown.clear(), 1;),
+    // hooks(on, refusedPrefix, refuseLibraries): sets the host hooks; returns what they were asked.
+    BIND(hooks, const bool on = lua_toboolean(L, 1); sRefusedPrefix = luaL_optstring(L, 2, "");
+         sRefuseLibraries = lua_toboolean(L, 3); KrHooks_setFOpenHook(on ? openFile : nullptr);
+         KrHooks_setLoadLibraryHook(on ? loadLibrary : nullptr);
+         return ret(L, sOpened.c_str()), sOpened.clear(), 1;),
     // Halts and introspection.
     BIND(sethalt, return ret(L, lua_sethalt(L, integer(L, 2), haltHook(L, 3)));),
     BIND(clearhalt, return ret(L, lua_clearhalt(L, integer(L, 2)));),
@@ -295,12 +319,17 @@ void openBindings(lua_State *L, TqLuaUniverse *universe) {
   sPreviousOutput = TqLua_setLogOutput([](const char *piece) { sLogged += piece; });
   TqLuaUniverse_setCodeCapture(universe, &sCapture);
   luaL_register(L, "T", kBindings);
+  lua_pushstring(L, TQ_NATIVE_MODULE);
+  lua_setfield(L, -2, "nativeModule");
   lua_pop(L, 1);
 }
 
 void closeBindings() {
   TqLua_setLogOutput(sPreviousOutput);
   TqExceptions_setThrowHook(nullptr);
+  TqExceptions_setCatchExceptionHook(nullptr);
+  KrHooks_setFOpenHook(nullptr);
+  KrHooks_setLoadLibraryHook(nullptr);
   TqLua_setCodeCapturing(&sCapture, 0);
   TqLua_setCodeCaptureHook(&sCapture, nullptr);
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -77,6 +78,92 @@ FILE *openFile(const char *path, const char *mode) {
 void *loadLibrary(const char *path) {
   sOpened.append("load ").append(path).append("\n");
   return sRefuseLibraries ? nullptr : dlopen(path, RTLD_NOW);
+}
+
+// Captures standard error for its lifetime; text() ends the capture early.
+class StderrCapture {
+public:
+  StderrCapture() { testing::internal::CaptureStderr(); }
+  ~StderrCapture() { text(); }
+  const std::string &text() {
+    if (capturing_) text_ = testing::internal::GetCapturedStderr(), capturing_ = false;
+    return text_;
+  }
+
+private:
+  bool capturing_ = true;
+  std::string text_;
+};
+
+// The packed value at index 1 as a string (filled with 0xAB first), its size and what went
+// to standard error; 0 when it cannot be packed.
+int pack(lua_State *L) {
+  StderrCapture capture;
+  const size_t size = TqTransitValue_pack(L, 1, lua_toboolean(L, 2), nullptr);
+  std::string bytes(size, '\xAB');
+  if (size && TqTransitValue_pack(L, 1, lua_toboolean(L, 2), bytes.data()) != size) bytes = "sizes differ";
+  return ret(L, size), lua_pushlstring(L, bytes.data(), bytes.size()), ret(L, capture.text().c_str()), 3;
+}
+
+// The packed bytes of argument 1, 8-byte aligned.
+std::vector<uint64_t> packedBytes(lua_State *L) {
+  size_t size = 0;
+  const char *bytes = luaL_checklstring(L, 1, &size);
+  std::vector<uint64_t> aligned(size / 8 + 1);
+  std::memcpy(aligned.data(), bytes, size);
+  return aligned;
+}
+
+// A class of plain data: 16 bytes, copied with TqDirectObject_memcpy.
+const TqDirectObjectClass kPlain = {nullptr, "Plain", 16, nullptr, nullptr, TqDirectObject_memcpy, nullptr, nullptr};
+
+// cargo(action, kind, value, ...): a cargo of the nodes (kind, value) given, in order: kinds
+// "nil", "boolean", "light", "number", "string", "table" (value: pair count), "plain" (value:
+// the 16 bytes of a Plain object), "cargo" (value: a table of further arguments). Action
+// "deliver" converts it and returns its value and message size (or what went to standard
+// error); "walk" returns the visits, the walk's result and what went to standard error, then
+// converts it; "release" releases it and returns what went to standard error.
+TqTransitCargo *buildCargo(lua_State *L, int first) {
+  TqTransitCargo *cargo = TqTransitQueue_newCargo();
+  for (int i = first; i < lua_gettop(L); i += 2) {
+    const std::string kind = luaL_checkstring(L, i);
+    if (kind == "nil") TqTransitCargo_pushNil(cargo);
+    if (kind == "boolean") TqTransitCargo_pushBoolean(cargo, integer(L, i + 1));
+    if (kind == "light") TqTransitCargo_pushLightUserData(cargo, L);
+    if (kind == "number") TqTransitCargo_pushNumber(cargo, lua_tonumber(L, i + 1));
+    if (kind == "string") TqTransitCargo_pushLString(cargo, lua_tostring(L, i + 1), lua_objlen(L, i + 1));
+    if (kind == "table") TqTransitCargo_newTable(cargo, integer(L, i + 1));
+    if (kind == "plain") TqTransitCargo_pushDirectObject(cargo, &kPlain, const_cast<char *>(lua_tostring(L, i + 1)), 0);
+    if (kind != "cargo") continue;
+    const int top = lua_gettop(L);
+    for (size_t k = 1; k <= lua_objlen(L, i + 1); k++) lua_rawgeti(L, i + 1, static_cast<int>(k));
+    TqTransitCargo_pushTransitCargo(cargo, buildCargo(L, top + 1));
+    lua_settop(L, top);
+  }
+  return cargo;
+}
+
+int cargo(lua_State *L) {
+  const std::string action = luaL_checkstring(L, 1);
+  lua_pushnil(L);  // closes the list of nodes
+  TqTransitCargo *built = buildCargo(L, 2);
+  StderrCapture capture;
+  if (action == "release") return TqTransitCargo_releaseCargo(built), ret(L, capture.text().c_str());
+  if (action == "walk") {
+    std::string visits;
+    const int done = TqTransitCargo_iterateCargo(built, [](void *context, const TqTransitCargoVisit *v) {
+      *static_cast<std::string *>(context) += std::to_string(v->kind) + ":" + std::to_string(v->booleanValue) + ":" +
+          std::to_string(v->numberValue).substr(0, 4) + ":" + std::string(v->stringBytes ? v->stringBytes : "", v->stringLength) +
+          ":" + std::to_string(v->tablePairCount) + (v->pointerValue ? "!" : "") + " ";
+    }, &visits);
+    TqTransitMessage_free(TqTransitMessage_fromCargo(built));
+    return lua_pushlstring(L, visits.data(), visits.size()), ret(L, done), ret(L, capture.text().c_str()), 3;
+  }
+  TqTransitMessage *message = TqTransitMessage_fromCargo(built);
+  if (!message) return ret(L, capture.text().c_str());
+  const size_t size = TqTransitValue_unpack(L, TqTransitMessage_packedValue(message));
+  if (size != message->size) luaL_error(L, "unpacked %d of %d bytes", int(size), int(message->size));
+  return TqTransitMessage_free(message), ret(L, size), 2;
 }
 
 // A table of what the queries say of argument 1.
@@ -201,10 +288,9 @@ const luaL_Reg kBindings[] = {
     BIND(namedTable, return TqLua_pushCachedNamedIntegersTable(L, record(L, 1));),
     BIND(byName, int32_t value = -1; const int found = TqNamedIntegers_getByName(record(L, 2), lua_tostring(L, 1), &value);
          return ret(L, found), ret(L, value), 2;),
-    BIND(namedNoThrow, lua_settop(L, 2); testing::internal::CaptureStderr();
-         const int32_t value = TqLua_optNamedInteger_noThrow(L, 1, record(L, 2), -7);
-         const std::string printed = testing::internal::GetCapturedStderr(); const int top = lua_gettop(L);
-         return ret(L, value), ret(L, printed.c_str()), ret(L, top), 3;),
+    BIND(namedNoThrow, lua_settop(L, 2); StderrCapture capture;
+         const int32_t value = TqLua_optNamedInteger_noThrow(L, 1, record(L, 2), -7); const int top = lua_gettop(L);
+         return ret(L, value), ret(L, capture.text().c_str()), ret(L, top), 3;),
     // Caches, methods, tables.
     {"cached", cached},
     BIND(weak, return TqLua_makeWeakTable(L, lua_toboolean(L, 1), lua_toboolean(L, 2));),
@@ -301,6 +387,20 @@ const luaL_Reg kBindings[] = {
     BIND(hits, return ret(L, sHaltHits), ret(L, sLastHaltPc), 2;),
     BIND(describeFunction, return lua_settop(L, 1), lua_describefunction(L);),
     BIND(disassemble, return lua_disassemble(L, static_cast<unsigned int>(luaL_checknumber(L, 1)));),
+    // Packed values, cargo, copies between states.
+    {"pack", pack}, {"cargo", cargo},
+    BIND(unpack, std::vector<uint64_t> bytes = packedBytes(L); StderrCapture capture; const size_t size = TqTransitValue_unpack(L, bytes.data());
+         return ret(L, size), 2;),
+    BIND(dumpPacked, std::vector<uint64_t> bytes = packedBytes(L); StderrCapture capture;
+         const size_t size = TqTransitValue_dump(bytes.data()); return ret(L, capture.text().c_str()), ret(L, size), 2;),
+    BIND(copy, return TqTransitQueue_copyFromLuaStateToLuaState(L, 1, L, lua_toboolean(L, 2)), 1;),
+    BIND(message, TqTransitMessage *m = TqTransitMessage_fromLuaValue(L, 1, 0); if (!m) return 0;
+         const bool unlinked = m->next == nullptr; TqTransitValue_unpack(L, TqTransitMessage_packedValue(m));
+         return ret(L, m->size), TqTransitMessage_free(m), flag(L, unlinked), 3;),
+    BIND(plain, const char *bytes = lua_tostring(L, 1);
+         return std::memcpy(TqDirectObject_checkPushAllocToLua(L, &kPlain), bytes, 16), 1;),
+    BIND(plainBytes, const char *bytes = static_cast<const char *>(TqDirectObject_fromLua(L, 1, &kPlain));
+         return bytes ? lua_pushlstring(L, bytes, 16), 1 : 0;),
     // Transit queues.
     {"newQueue", TqTransitQueue_new_L},
     BIND(mark, const void *handle = TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class);
@@ -322,6 +422,7 @@ void openBindings(lua_State *L, TqLuaUniverse *universe) {
   lua_pushstring(L, TQ_NATIVE_MODULE);
   lua_setfield(L, -2, "nativeModule");
   lua_pop(L, 1);
+  openClasses(L);
 }
 
 void closeBindings() {

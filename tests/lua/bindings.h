@@ -10,6 +10,8 @@ namespace tqtest {
 // the log to T.logged(); closeBindings puts the process-wide settings back.
 void openBindings(lua_State *L, TqLuaUniverse *universe);
 void closeBindings();
+// Adds the direct-object classes of classes.cpp to T.
+void openClasses(lua_State *L);
 
 }  // namespace tqtest
 

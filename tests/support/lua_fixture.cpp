@@ -27,6 +27,17 @@ std::string programErrorOf(const std::function<void()> &f) {
   return "nothing thrown";
 }
 
+std::string protect(lua_State *L, const std::function<void(lua_State *)> &body) {
+  const int top = lua_gettop(L);
+  const int status = lua_cpcall(L, [](lua_State *S) {
+    const auto *run = static_cast<const std::function<void(lua_State *)> *>(lua_touserdata(S, 1));
+    return lua_pop(S, 1), (*run)(S), 0;
+  }, const_cast<std::function<void(lua_State *)> *>(&body));
+  std::string error = status ? lua_tostring(L, -1) : "";
+  lua_settop(L, top);
+  return error;
+}
+
 std::string eval(lua_State *L, const std::string &expression) {
   const int top = lua_gettop(L);
   const std::string code = "return tostring(" + expression + ")";

@@ -4,10 +4,8 @@ local function badArg(f, expected, got) return bad:format(f, expected, got) end
 
 cases {
   -- No conversion between strings and numbers.
-  {"return checkNumber(1.25)", 1.25},
-  {"checkNumber('12')", badArg("checkNumber", "number", "string")},
-  {"checkNumber()", badArg("checkNumber", "number", "no value")},
-  {"return checkString('x')", "x"},
+  {"return checkNumber(1.25)", 1.25}, {"checkNumber('12')", badArg("checkNumber", "number", "string")},
+  {"checkNumber()", badArg("checkNumber", "number", "no value")}, {"return checkString('x')", "x"},
   {"checkString(12)", badArg("checkString", "string", "number")},
   {"checkInteger('3')", badArg("checkInteger", "number", "string")},
   -- Integers must be integral and in range.
@@ -22,16 +20,12 @@ cases {
   {"checkBoolean(0)", badArg("checkBoolean", "boolean", "number")},
   -- Heavy and light userdata are kept apart; a light NULL is a userdata.
   {"return checkUserdata(heavy())", true}, {"return checkUserdata(light(true))", true},
-  {"return checkUserdata(light(false))", false},
-  {"checkUserdata('u')", badArg("checkUserdata", "userdata", "string")},
-  {"return checkHeavy(tagged(1))", true},
-  {"checkHeavy(light(true))", badArg("checkHeavy", "userdata", "userdata")},
-  {"return checkLight(light(true))", true},
-  {"checkLight(heavy())", badArg("checkLight", "userdata", "userdata")},
+  {"return checkUserdata(light(false))", false}, {"checkUserdata('u')", badArg("checkUserdata", "userdata", "string")},
+  {"return checkHeavy(tagged(1))", true}, {"checkHeavy(light(true))", badArg("checkHeavy", "userdata", "userdata")},
+  {"return checkLight(light(true))", true}, {"checkLight(heavy())", badArg("checkLight", "userdata", "userdata")},
   {"checkAny(nil)", nil}, {"checkAny()", "t:1: bad argument #1 to 'checkAny' (value expected)"},
   -- checkType names what was expected.
-  {"checkType(tagged(1), -2)", nil},
-  {"checkType(heavy(), -2)", badArg("checkType", "native object", "userdata")},
+  {"checkType(tagged(1), -2)", nil}, {"checkType(heavy(), -2)", badArg("checkType", "native object", "userdata")},
   {"checkType(nil, -2, 'Widget')", badArg("checkType", "Widget", "nil")},
   {"checkType(1, 12, 'table')", badArg("checkType", "unknown type", "number")},
   {"checkType(1, -3)", badArg("checkType", "unknown type", "number")},
@@ -52,11 +46,9 @@ cases {
   -- Argument counts, indices and the located error.
   {"return warnParameterCount(3, 1, 2, 3, 4, 5)", 3}, {"return warnParameterCount(0, 1)", 0},
   {"warnParameterCount(3, 1, 2)", "t:1: Insufficent parameters. Wanted 3, received 2."},
-  {"warnParameterCount(-1)", "Assertion failed: 0 <= expectedCount"},
-  {"\n errorText()", "t:2: it went wrong 3 times"},
+  {"warnParameterCount(-1)", "Assertion failed: 0 <= expectedCount"}, {"\n errorText()", "t:2: it went wrong 3 times"},
   {"return normalize(-1)", 1}, {"return normalize(-2)", 0}, {"return normalize(-10000)", -10000}, {"return normalize(-10002)", -10002},
-  {"return normalize(5)", 5}, {"return normalize(-1, nil)", 2},
-  {"normalize(-3)", "Assertion failed: 0 <= index"},
+  {"return normalize(5)", 5}, {"return normalize(-1, nil)", 2}, {"normalize(-3)", "Assertion failed: 0 <= index"},
   {"return typeOfZero()", -1}, {"typeOfZero(1)", "Assertion failed: lua_gettop( L ) == 0"},
   {"return equals('ab\\0c', 'ab')", false}, {"return equals('ab', 'ab')", true},
   {"return equals('ab', 'abc')", false}, {"return equals(12, '12')", false},
@@ -79,8 +71,7 @@ cases {
   {"return tagOf('TqXkLua\\1')", -1}, {"return setTag(heavy(32), 1)", 0},
   {"return toTagged(tagged(2), 1)", false}, {"return toTagged(tagged(2), 2)", true},
   {"return isTagged(tagged(1), 1)", true}, {"return isTagged(light(true), 1)", false},
-  {"checkTagged(tagged(1), 1)", nil},
-  {"checkTagged(light(true), 1)", badArg("checkTagged", "userdata", "userdata")},
+  {"checkTagged(tagged(1), 1)", nil}, {"checkTagged(light(true), 1)", badArg("checkTagged", "userdata", "userdata")},
   {"checkTagged(nil, 1)", badArg("checkTagged", "userdata", "nil")},
   {"checkTagged(tagged(2), 1)", "Assertion failed: TqLuaInternal_getuserdatatag( L, index ) == tag"},
   {"checkTagged(heavy(), 1)", "Assertion failed: TqLuaInternal_getuserdatatag( L, index ) == tag"},

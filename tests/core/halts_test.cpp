@@ -1,5 +1,4 @@
-// Halts in C: the hook slot a halt borrows, and the limits of a prototype's halt array. The
-// rest is tested by tests/lua/core_halts.lua.
+// The limits of a prototype's halt array. Halts themselves are tested by tests/lua/core_*.lua.
 #include <algorithm>
 #include <cstdlib>
 #include <string>
@@ -8,44 +7,7 @@
 
 namespace {
 
-using tqtest::UniverseTest;
-
 void otherHook(lua_State *, lua_Debug *) {}
-void countHook(lua_State *, lua_Debug *) {}
-lua_Hook sSeenHook = nullptr;
-int sSeenMask = 0;
-void inspectingHook(lua_State *L, lua_Debug *) {
-  sSeenHook = lua_gethook(L);
-  sSeenMask = lua_gethookmask(L);
-}
-void replacingHook(lua_State *L, lua_Debug *) { lua_sethook(L, otherHook, LUA_MASKCOUNT, 1000000); }
-void raisingHook(lua_State *L, lua_Debug *) { luaL_error(L, "raised in halt"); }
-
-// Runs f() with a halt on its first instruction whose hook is halt; the thread's own hook
-// is a count hook. Returns "" or the error.
-std::string runHalted(lua_State *L, lua_Hook halt) {
-  lua_sethook(L, countHook, LUA_MASKCOUNT, 1000000);
-  lua_getglobal(L, "f");
-  EXPECT_EQ(lua_sethalt(L, 1, halt), 1);
-  lua_settop(L, 0);
-  return tqtest::run(L, "f()");
-}
-
-// A halt borrows the thread's hook slot for its call only.
-TEST_F(UniverseTest, TheHaltsHookStandsInForTheThreadsHook) {
-  ASSERT_EQ(tqtest::run(L, "function f() return 1 end"), "");
-  EXPECT_EQ(runHalted(L, inspectingHook), "");
-  EXPECT_EQ(sSeenHook, inspectingHook);
-  EXPECT_EQ(sSeenMask, LUA_MASKCOUNT | LUA_MASKHALT);
-  EXPECT_EQ(lua_gethook(L), countHook);
-  EXPECT_EQ(lua_gethookmask(L), LUA_MASKCOUNT);
-  EXPECT_EQ(runHalted(L, raisingHook), "test:1: raised in halt");
-  EXPECT_EQ(lua_gethook(L), countHook);
-  EXPECT_EQ(lua_gethookmask(L), LUA_MASKCOUNT);
-  EXPECT_EQ(runHalted(L, replacingHook), "");  // a hook that installed another keeps it
-  EXPECT_EQ(lua_gethook(L), otherHook);
-  lua_sethook(L, nullptr, 0, 0);
-}
 
 // An allocator that keeps spare capacity, so that growing the halt array one record at a
 // time stays cheap, and that can refuse the next growth.

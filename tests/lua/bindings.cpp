@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -64,9 +65,54 @@ void yieldingHalt(lua_State *L, lua_Debug *ar) {
   if ((yielding = !yielding)) lua_yield(L, 0);
 }
 void silentHalt(lua_State *, lua_Debug *) {}
+void countHook(lua_State *, lua_Debug *) {}
+std::string sSeenHook;  // what inspectingHalt saw
+std::string hookName(lua_State *L);
+void inspectingHalt(lua_State *L, lua_Debug *) { sSeenHook = hookName(L); }
+void raisingHalt(lua_State *L, lua_Debug *) { luaL_error(L, "raised in halt"); }
+void replacingHalt(lua_State *L, lua_Debug *) { lua_sethook(L, silentHalt, LUA_MASKCOUNT, 1000000); }
 lua_Hook haltHook(lua_State *L, int index) {
   const std::string kind = luaL_optstring(L, index, "");
-  return kind == "yield" ? yieldingHalt : kind == "silent" ? silentHalt : recordHalt;
+  return kind == "yield" ? yieldingHalt : kind == "silent" ? silentHalt : kind == "inspect" ? inspectingHalt
+       : kind == "raise" ? raisingHalt : kind == "replace" ? replacingHalt : recordHalt;
+}
+// The thread's hook by name, and its mask.
+std::string hookName(lua_State *L) {
+  const lua_Hook hook = lua_gethook(L);
+  const char *name = hook == countHook ? "count" : hook == inspectingHalt ? "inspect" : hook == silentHalt ? "silent"
+                   : hook ? "other" : "none";
+  return std::string(name) + " " + std::to_string(lua_gethookmask(L));
+}
+
+// Trigger events: their counts, and how many other events came.
+std::string sTriggers;
+int sOtherEvents = 0;
+void triggerHook(lua_State *, lua_Debug *ar) {
+  if (ar->event != LUA_HOOKTRIGGER) return void(sOtherEvents++);
+  sTriggers += std::to_string(ar->currentline) + " ";
+}
+
+// The prototype hook's record: created prototypes in order, live ones, frees, and faults
+// (reported twice, or freed by the collector while not dead).
+struct ProtoRecord {
+  std::vector<void *> created;
+  std::set<void *> live;
+  int freed = 0, faults = 0;
+  bool closing = false;  // the state is being closed: what is freed need not be dead
+} sProtos;
+void protoHook(lua_State *L, void *proto, int event) {
+  if (event == LUA_PROTOCREATED) return sProtos.faults += !sProtos.live.insert(proto).second, sProtos.created.push_back(proto);
+  sProtos.faults += sProtos.live.erase(proto) != 1 || (!sProtos.closing && lua_getprotosource(L, proto) != nullptr);
+  sProtos.freed++;
+}
+// protos(): the record as counts (created, freed, live, faults) and a table of the created.
+int protos(lua_State *L) {
+  lua_createtable(L, static_cast<int>(sProtos.created.size()), 0);
+  for (size_t i = 0; i < sProtos.created.size(); i++) {
+    lua_pushlightuserdata(L, sProtos.created[i]);
+    lua_rawseti(L, -2, static_cast<int>(i + 1));
+  }
+  return ret(L, sProtos.created.size()), ret(L, sProtos.freed), ret(L, sProtos.live.size()), ret(L, sProtos.faults), 5;
 }
 
 // Host hooks that record what they are asked and refuse paths under sRefusedPrefix.
@@ -373,6 +419,23 @@ const luaL_Reg kBindings[] = {
     BIND(clearhalt, return ret(L, lua_clearhalt(L, integer(L, 2)));),
     BIND(gethalts, return lua_gethalts(L), 1;),
     BIND(hits, return ret(L, sHaltHits), ret(L, sLastHaltPc), 2;),
+    // sethook(kind): the thread's hook ("count" or "trigger" with mask, or none); hook(): the
+    // hook and mask now and as the inspecting halt saw them; triggers(): the trigger events seen.
+    BIND(sethook, const std::string kind = luaL_optstring(L, 1, "");
+         return lua_sethook(L, kind == "count" ? countHook : kind.empty() ? nullptr : triggerHook,
+                            kind == "count" ? LUA_MASKCOUNT : kind == "line" ? LUA_MASKLINE : LUA_MASKTRIGGER, 1000000), 0;),
+    BIND(hook, return ret(L, hookName(L).c_str()), ret(L, sSeenHook.c_str()), 2;),
+    BIND(triggers, ret(L, sTriggers.c_str()); ret(L, sOtherEvents); return sTriggers.clear(), sOtherEvents = 0, 2;),
+    BIND(triggerThrice, return lua_trigger(L), lua_trigger(L), lua_trigger(L), 0;),
+    // protoHook(on) sets the prototype hook with a fresh record; protos() reads the record.
+    BIND(protoHook, return sProtos = ProtoRecord(), lua_setprotohook(L, lua_toboolean(L, 1) ? protoHook : nullptr), 0;),
+    {"protos", protos},
+    BIND(setprotohalt, return ret(L, lua_setprotohalt(L, lua_touserdata(L, 1), integer(L, 2), recordHalt));),
+    BIND(clearprotohalt, return ret(L, lua_clearprotohalt(L, lua_touserdata(L, 1), integer(L, 2)));),
+    BIND(protoSource, return ret(L, lua_getprotosource(L, lua_touserdata(L, 1)));),
+    // closedState(code): loads code in a new state with the prototype hook and closes it.
+    BIND(closedState, lua_State *S = luaL_newstate(); lua_setprotohook(S, protoHook); sProtos = ProtoRecord();
+         luaL_loadstring(S, luaL_checkstring(L, 1)); sProtos.closing = true; lua_close(S); return protos(L);),
     BIND(describeFunction, return lua_settop(L, 1), lua_describefunction(L);),
     BIND(disassemble, return lua_disassemble(L, static_cast<unsigned int>(luaL_checknumber(L, 1)));),
     // Packed values, cargo, copies between states.

@@ -1,9 +1,9 @@
 // Transit seen from native code: extensions, cargo that is not sent, the process aborts,
-// native resources shared and moved by direct objects, a reader woken by another thread.
+// native resources shared and moved by direct objects. (A reader blocked on a queue and woken
+// by another thread is tests/host/spawning.lua's.)
 #include <cstdio>
 #include <cstring>
 #include <cstdlib>
-#include <future>
 #include <string>
 #include <vector>
 
@@ -154,26 +154,6 @@ TEST(Transit, CopiesShareAndMovesCarryANativeResource) {
   TqLuaUniverse_close(from);
   TqLuaUniverse_close(to);
   EXPECT_EQ(sLive, 0);
-}
-
-TEST(Transit, ABlockedReaderWakesOnAnEnqueueFromAnotherThread) {
-  KrInit();
-  TqLuaUniverse *reader = TqLuaUniverse_open(nullptr, "reader"), *writer = TqLuaUniverse_open(nullptr, "writer");
-  TqTransitQueue *queue = TqTransitQueue_createQueue(0);
-  std::promise<void> started;
-  std::future<int> received = std::async(std::launch::async, [&] {
-    started.set_value();
-    lua_State *L = TqLuaUniverse_getLuaState(reader);
-    return TqTransitQueue_dequeueToLuaState(L, queue, 1, 0) ? static_cast<int>(lua_tointeger(L, -1)) : -1;
-  });
-  started.get_future().wait();
-  lua_pushinteger(TqLuaUniverse_getLuaState(writer), 42);
-  ASSERT_EQ(TqTransitQueue_enqueueToQueue(TqLuaUniverse_getLuaState(writer), queue, -1), 1);
-  ASSERT_EQ(received.wait_for(std::chrono::seconds(30)), std::future_status::ready);
-  EXPECT_EQ(received.get(), 42);
-  TqTransitQueue_release(queue);
-  TqLuaUniverse_close(reader);
-  TqLuaUniverse_close(writer);
 }
 
 }  // namespace

@@ -212,6 +212,22 @@ int cargo(lua_State *L) {
   return TqTransitMessage_free(message), ret(L, size), 2;
 }
 
+// Native queue handles, as light userdata; a handle is its mark, then its core pointer.
+TqTransitQueue *handle(lua_State *L, int index) { return static_cast<TqTransitQueue *>(lua_touserdata(L, index)); }
+struct HandleView {
+  uint32_t mark;
+  void *core;
+};
+// release(handle [, mark]): releases the handle (a copy of it with that mark, when given);
+// returns what went to standard error.
+int release(lua_State *L) {
+  StderrCapture capture;
+  HandleView stranger = lua_isnoneornil(L, 2) ? HandleView{} : HandleView{uint32_t(lua_tonumber(L, 2)), nullptr};
+  if (lua_isnoneornil(L, 2)) TqTransitQueue_release(handle(L, 1));
+  else stranger.core = reinterpret_cast<HandleView *>(handle(L, 1))->core, TqTransitQueue_release(reinterpret_cast<TqTransitQueue *>(&stranger));
+  return ret(L, capture.text().c_str());
+}
+
 // A table of what the queries say of argument 1.
 int probe(lua_State *L) {
   lua_pushfstring(L, "%d %s any%d indexable%d heavy%d string%d number%d to:%d%d%s,%f,%d len%d",
@@ -452,6 +468,29 @@ const luaL_Reg kBindings[] = {
          return std::memcpy(TqDirectObject_checkPushAllocToLua(L, &kPlain), bytes, 16), 1;),
     BIND(plainBytes, const char *bytes = static_cast<const char *>(TqDirectObject_fromLua(L, 1, &kPlain));
          return bytes ? lua_pushlstring(L, bytes, 16), 1 : 0;),
+    // Native queue handles.
+    BIND(newHandle, return lua_pushlightuserdata(L, TqTransitQueue_createQueue(0)), 1;),
+    {"release", release},
+    BIND(releaseSilent, StderrCapture capture; TqTransitQueue_releaseSilent(handle(L, 1)); return ret(L, capture.text().c_str());),
+    BIND(retain, return lua_pushlightuserdata(L, TqTransitQueue_checkRetainFromLua(L, 1)), 1;),
+    BIND(pushQueue, return TqTransitQueue_pushQueue_L(L, handle(L, 1));),
+    BIND(handleOf, return lua_pushlightuserdata(L, TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class)), 1;),
+    BIND(handleView, const HandleView *view = reinterpret_cast<HandleView *>(handle(L, 1));
+         return ret(L, view->mark), ret(L, static_cast<lua_Number>(reinterpret_cast<uintptr_t>(view->core))), 2;),
+    BIND(isEmpty, return ret(L, TqTransitQueue_isEmpty(handle(L, 1)));),
+    BIND(enqueueTo, return ret(L, TqTransitQueue_enqueueToQueue(L, handle(L, 1), 2));),
+    BIND(dequeueFrom, return TqTransitQueue_dequeueToLuaState(L, handle(L, 1), 0, 0) ? 1 : 0;),
+    // sendCargo(handle, text or queue handle): a cargo of one string, or of a queue moved.
+    BIND(sendCargo, TqTransitCargo *cargo = TqTransitQueue_newCargo();
+         if (lua_isstring(L, 2)) TqTransitCargo_pushLString(cargo, lua_tostring(L, 2), lua_objlen(L, 2));
+         else TqTransitCargo_pushTransitQueue(cargo, handle(L, 2), 1);
+         return TqTransitQueue_enqueueAndReleaseCargo(handle(L, 1), cargo), 0;),
+    BIND(dequeueString, TqTransitQueueString *string = TqTransitQueue_dequeueCopyOfString(handle(L, 1), lua_toboolean(L, 2), lua_tonumber(L, 3));
+         if (!string) return 0; size_t length = 0; const char *bytes = TqTransitQueue_stringToCString(string, &length);
+         return lua_pushlstring(L, bytes, length + 1), TqTransitQueue_releaseString(string), 1;),
+    BIND(collectQueue, const TqDirectObjectMethod *gc = TqTransitQueue_Class.methods; while (std::strcmp(gc->name, "__gc")) ++gc;
+         StderrCapture capture; gc->method(TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class), L);
+         return ret(L, capture.text().c_str());),
     // Transit queues.
     {"newQueue", TqTransitQueue_new_L},
     BIND(mark, const void *handle = TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class);

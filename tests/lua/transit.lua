@@ -177,3 +177,47 @@ cases {
   {"return getmetatable(Shape)", "< private metatable >"},
   {"return plainBytes(copy(Circle()))", nil}, {"return copy(Circle()).id", 0},
 }
+
+-- Native handles: only the holder of the last reference destroys the queue and reports what
+-- it held, so each step shows whether a handle gave its reference back.
+local orphan = 'Objects orphaned in transit queue\n"left behind"\n'
+local created = T.newHandle()
+same(T.handleView(created), 0xABBABABE, "created")
+T.sendCargo(created, "left behind")
+local uncounted = T.pushQueue(created)
+same(T.mark(uncounted), 0, "pushed")
+local retained, copied = T.retain(uncounted), T.copy(uncounted)
+same(T.handleView(retained), 0xBEE6EE51, "retained")
+for _, mark in ipairs({0xDEADABBA, 0, 0x12345678}) do same(T.release(created, mark), "", "stranger") end
+same(T.release(created) .. T.release(retained), "", "counted releases")
+copied = nil
+collectgarbage()
+local last = T.copy(uncounted, true)  -- moving out of it is the one way to return its reference
+same(T.mark(uncounted), 0xDEADACDC, "moved from")
+uncounted = nil
+collectgarbage()
+same(T.collectQueue(last), orphan, "the last holder reports")
+same(T.mark(last), 0xDEADABBA, "collected")
+same(select(2, T.handleView(T.handleOf(last))), 0, "collected core")
+-- A native handle moved into cargo is dead; the last release reports every value, unless silent.
+local carrier, moved = T.newHandle(), T.newHandle()
+T.sendCargo(moved, "left behind")
+T.sendCargo(carrier, moved)
+same(all(T.handleView(moved)), 0xDEADACDC .. " " .. 0xABBAABB2, "moved native handle")
+same(T.release(moved), "", "moved release")
+same(T.collectQueue(T.dequeueFrom(carrier)), orphan, "arrived")
+for _, v in ipairs({1.5, "text", {a = true}}) do T.enqueueTo(carrier, v) end
+same(T.release(carrier), 'Objects orphaned in transit queue\n1.500000\n"text"\n{\n\t  [ "a" ] = true,\n}\n', "report")
+local silent = T.newHandle()
+T.sendCargo(silent, "left behind")
+same(T.releaseSilent(silent), "", "silent")
+-- Only cargo reaches a closed queue; strings come out without a Lua state.
+local closed = T.newQueue()
+closed:close()
+local h = T.handleOf(closed)
+assert(T.enqueueTo(h, "refused") == 0 and T.isEmpty(h) == 1)
+T.sendCargo(h, "zero\0inside")
+assert(T.isEmpty(h) == 0 and T.dequeueString(h, true, -1) == "zero\0inside\0" and T.isEmpty(h) == 1)
+assert(T.dequeueString(h, false, 0) == nil and T.dequeueString(h, true, 0.01) == nil)
+same(select(2, pcall(T.dequeueString, h, true, -1)), "Assertion failed: maxTime >= 0", "negative wait")
+same(select(2, pcall(T.retain, 5)), "Expected object of class TransitQueue at index 1, got value of type number.", "retain")

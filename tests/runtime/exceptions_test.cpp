@@ -40,10 +40,6 @@ TEST_F(UniverseTest, StatusesAtTheBoundaryAndErrorsThatReachTheHost) {
   EXPECT_EQ(lua_cpcall(L, throwsProgramError, nullptr), LUA_ERRRUN);
   EXPECT_STREQ(lua_tostring(L, -1), "Assertion failed: packed");
   EXPECT_EQ(luaL_loadstring(L, "x = = 1"), LUA_ERRSYNTAX);
-  lua_pushcfunction(L, [](lua_State *S) -> int { return lua_error(S); });
-  ASSERT_EQ(luaL_loadstring(L, "error('x')"), 0);
-  EXPECT_EQ(lua_pcall(L, 0, 0, -2), LUA_ERRERR);  // the message handler fails
-  EXPECT_STREQ(lua_tostring(L, -1), "error in error handling");
   lua_settop(L, 0);
   // Outside any protected call, Lua errors and native exceptions go to the host.
   lua_pushstring(L, "outside any pcall");

@@ -101,7 +101,7 @@ TEST(Universe, MainUniverseLifecycle) {
     EXPECT_EQ(TqLuaUniverse_getMain(), main);
     EXPECT_TRUE(TqLuaUniverse_isMain(main));
     lua_State *L = TqLuaUniverse_getLuaState(main);
-    EXPECT_EQ(tqtest::eval(L, "debug.getregistry().universeName"), "main");
+    EXPECT_EQ(tqtest::run(L, "assert(debug.getregistry().universeName == 'main')"), "");
     EXPECT_TRUE(TqLuaState_isMainUniverse(L));
     TqLuaState_checkMainUniverse(L);
     EXPECT_EQ(programErrorOf([] { TqLuaUniverse_createMainUniverse(nullptr); }),
@@ -129,7 +129,7 @@ TEST(Universe, MainUniverseCannotBeCreatedFromItsOwnSetup) {
 }
 
 TEST_F(UniverseTest, SecondaryUniverseThreadsAndTheUniverseWord) {
-  EXPECT_EQ(tqtest::eval(L, "debug.getregistry().universeName"), "test");
+  EXPECT_EQ(tqtest::run(L, "assert(debug.getregistry().universeName == 'test')"), "");
   EXPECT_FALSE(TqLuaUniverse_isMain(universe));
   testing::internal::CaptureStderr();
   EXPECT_EQ(programErrorOf([&] { TqLuaState_checkMainUniverse(L); }), "Not operating in main universe.");
@@ -164,7 +164,7 @@ TEST(Universe, AdoptedAndRawStates) {
   EXPECT_EQ(TqLuaUniverse_getApplicationData(universe), &data);
   EXPECT_EQ(lua_gc(L, LUA_GCSETPAUSE, 120), 120);  // a lower pause is kept
   EXPECT_EQ(lua_gc(L, LUA_GCSETSTEPMUL, 330), 330);
-  EXPECT_EQ(tqtest::eval(L, "type(string)"), "table");  // the setup lists ran on it
+  EXPECT_EQ(tqtest::run(L, "assert(string)"), "");  // the setup lists ran on it
   TqLuaUniverse_close(universe);
   L = TqRawLuaState_open();
   EXPECT_EQ(TqLuaState_getUniverse(L), nullptr);

@@ -9,11 +9,7 @@ std::string run(lua_State *L, const std::string &code) {
   const int top = lua_gettop(L);
   int status = luaL_loadbuffer(L, code.data(), code.size(), "=test");
   if (status == 0) status = lua_pcall(L, 0, 0, 0);
-  std::string error;
-  if (status != 0) {
-    const char *text = lua_tostring(L, -1);
-    error = text ? text : "(non-string error)";
-  }
+  const std::string error = status == 0 ? "" : lua_tostring(L, -1) ? lua_tostring(L, -1) : "(non-string error)";
   lua_settop(L, top);
   return error;
 }
@@ -36,17 +32,6 @@ std::string protect(lua_State *L, const std::function<void(lua_State *)> &body) 
   std::string error = status ? lua_tostring(L, -1) : "";
   lua_settop(L, top);
   return error;
-}
-
-std::string eval(lua_State *L, const std::string &expression) {
-  const int top = lua_gettop(L);
-  const std::string code = "return tostring(" + expression + ")";
-  int status = luaL_loadbuffer(L, code.data(), code.size(), "=test");
-  if (status == 0) status = lua_pcall(L, 0, 1, 0);
-  std::string result = lua_tostring(L, -1) ? lua_tostring(L, -1) : "(non-string)";
-  if (status != 0) result = "error: " + result;
-  lua_settop(L, top);
-  return result;
 }
 
 namespace {

@@ -19,9 +19,6 @@ std::string programErrorOf(const std::function<void()> &f);
 // Runs body(L) inside lua_cpcall; returns "" or the error text.
 std::string protect(lua_State *L, const std::function<void(lua_State *)> &body);
 
-// Evaluates an expression and returns its tostring.
-std::string eval(lua_State *L, const std::string &expression);
-
 // A secondary universe (creating it calls KrInit first) with the standard libraries.
 class UniverseTest : public ::testing::Test {
 protected:

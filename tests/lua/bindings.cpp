@@ -302,12 +302,9 @@ const luaL_Reg kBindings[] = {
     BIND(checkLight, return flag(L, TqLua_checkLightUserdata(L, 1) != nullptr);),
     BIND(checkAny, return TqLua_checkAny(L, 1), 0;),
     BIND(checkType, return TqLua_checkType(L, 1, integer(L, 2), lua_tostring(L, 3)), 0;),
-    BIND(optNumber, return ret(L, TqLua_optNumber(L, 1, 0.5));),
     BIND(optInteger5, return ret(L, static_cast<lua_Number>(TqLua_optInteger(L, 5, 7)));),
     BIND(optString, return ret(L, TqLua_optString(L, 1, "default"));),
     BIND(optBoolean, return ret(L, TqLua_optBoolean(L, 1, 5));),
-    BIND(optUserdata, return flag(L, TqLua_optUserdata(L, 1, L) == L);),
-    BIND(optHeavy, return flag(L, TqLua_optHeavyUserdata(L, 1, L) == L);),
     BIND(optLight, return flag(L, TqLua_optLightUserdata(L, 1, L) == L);),
     BIND(warnParameterCount, const int n = integer(L, 1); lua_remove(L, 1);
          return TqLua_warnParameterCount(L, n), ret(L, lua_gettop(L));),

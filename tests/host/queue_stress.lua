@@ -23,7 +23,8 @@ local consumer = message .. [[
       local m = q:dequeue(true, 0.002)
       if m and m.stop then stops = stops + 1 elseif m then
         local key, want = m.p .. ":" .. m.q, expected(m.p, m.seq)
-        local same = m.q == first + i - 1 and m.value[1] == want[1] and m.value[2][2] == want[2][2] and m.value.flag == want.flag
+        local same = m.q == first + i - 1 and m.value[1] == want[1] and m.value[2][2] == want[2][2]
+          and m.value.flag == want.flag
         errors = errors + ((same and (last[key] or 0) < m.seq) and 0 or 1)
         last[key], count = m.seq, count + 1
       end
@@ -40,4 +41,5 @@ for _ = 1, 2 do
   local r = results:dequeue(true, 120)
   count, errors = count + r.count, errors + r.errors
 end
-assert(count == producers * perProducer and errors == 0, ("%d of %d messages, %d wrong"):format(count, producers * perProducer, errors))
+assert(count == producers * perProducer and errors == 0,
+  ("%d of %d messages, %d wrong"):format(count, producers * perProducer, errors))

@@ -101,7 +101,9 @@ struct ProtoRecord {
   bool closing = false;  // the state is being closed: what is freed need not be dead
 } sProtos;
 void protoHook(lua_State *L, void *proto, int event) {
-  if (event == LUA_PROTOCREATED) return sProtos.faults += !sProtos.live.insert(proto).second, sProtos.created.push_back(proto);
+  if (event == LUA_PROTOCREATED) {
+    return sProtos.faults += !sProtos.live.insert(proto).second, sProtos.created.push_back(proto);
+  }
   sProtos.faults += sProtos.live.erase(proto) != 1 || (!sProtos.closing && lua_getprotosource(L, proto) != nullptr);
   sProtos.freed++;
 }
@@ -198,9 +200,10 @@ int cargo(lua_State *L) {
   if (action == "walk") {
     std::string visits;
     const int done = TqTransitCargo_iterateCargo(built, [](void *context, const TqTransitCargoVisit *v) {
+      const std::string text = v->stringBytes ? std::string(v->stringBytes, v->stringLength) : "";
       *static_cast<std::string *>(context) += std::to_string(v->kind) + ":" + std::to_string(v->booleanValue) + ":" +
-          std::to_string(v->numberValue).substr(0, 4) + ":" + std::string(v->stringBytes ? v->stringBytes : "", v->stringLength) +
-          ":" + std::to_string(v->tablePairCount) + (v->pointerValue ? "!" : "") + " ";
+          std::to_string(v->numberValue).substr(0, 4) + ":" + text + ":" + std::to_string(v->tablePairCount) +
+          (v->pointerValue ? "!" : "") + " ";
     }, &visits);
     TqTransitMessage_free(TqTransitMessage_fromCargo(built));
     return lua_pushlstring(L, visits.data(), visits.size()), ret(L, done), ret(L, capture.text().c_str()), 3;
@@ -222,9 +225,8 @@ struct HandleView {
 // returns what went to standard error.
 int release(lua_State *L) {
   StderrCapture capture;
-  HandleView stranger = lua_isnoneornil(L, 2) ? HandleView{} : HandleView{uint32_t(lua_tonumber(L, 2)), nullptr};
-  if (lua_isnoneornil(L, 2)) TqTransitQueue_release(handle(L, 1));
-  else stranger.core = reinterpret_cast<HandleView *>(handle(L, 1))->core, TqTransitQueue_release(reinterpret_cast<TqTransitQueue *>(&stranger));
+  HandleView stranger{uint32_t(lua_tonumber(L, 2)), reinterpret_cast<HandleView *>(handle(L, 1))->core};
+  TqTransitQueue_release(lua_isnoneornil(L, 2) ? handle(L, 1) : reinterpret_cast<TqTransitQueue *>(&stranger));
   return ret(L, capture.text().c_str());
 }
 
@@ -311,7 +313,8 @@ const luaL_Reg kBindings[] = {
     BIND(normalize, return ret(L, TqLua_normalize(L, integer(L, 1)));),
     BIND(typeOfZero, return ret(L, TqLua_type(L, 0));),
     BIND(equals, return flag(L, TqLua_equalsString(L, 1, lua_isnil(L, 2) ? nullptr : lua_tostring(L, 2)));),
-    BIND(popNil, const bool popped = TqLua_popNil(L); const int top = lua_gettop(L); return flag(L, popped), ret(L, top), 2;),
+    BIND(popNil, const bool popped = TqLua_popNil(L); const int top = lua_gettop(L);
+         return flag(L, popped), ret(L, top), 2;),
     BIND(errorText, TqLua_errorText(L, "%s went wrong %d times", "it", 3);),
     {"probe", probe},
     BIND(light, return lua_pushlightuserdata(L, lua_toboolean(L, 1) ? L : nullptr), 1;),
@@ -355,7 +358,8 @@ const luaL_Reg kBindings[] = {
     BIND(rawDeref, return TqLua_rawDeref(L), 1;),
     BIND(rawDerefIndexed, return lua_settop(L, 1), TqLua_rawDerefIndexed(L, 2), 1;),
     BIND(rawGetUD, return TqLua_rawGetUD(L, 1, L), 1;),
-    BIND(addFunctions, TqLua_addFunctionsToTable(L, 1, lua_isnil(L, 2) ? nullptr : kFunctionLists[integer(L, 2)]); return 0;),
+    BIND(addFunctions, const luaL_Reg *list = lua_isnil(L, 2) ? nullptr : kFunctionLists[integer(L, 2)];
+         return TqLua_addFunctionsToTable(L, 1, list), 0;),
     {"chain", TqLua_chain},
     BIND(shallowCopy, const int pushed = TqLua_shallowCopy(L, 1); ret(L, pushed);
          if (pushed) lua_insert(L, -2); return 1 + pushed;),
@@ -396,10 +400,12 @@ const luaL_Reg kBindings[] = {
     // Printing, logging, tracebacks.
     {"print", TqLua_alwaysPrint_L}, {"printStdout", TqLua_alwaysStdout_L}, {"debugPrint", TqLua_debugPrint_L},
     BIND(logged, return ret(L, sLogged.c_str()), sLogged.clear(), 1;),
-    BIND(printf, return TqLua_printf(L, "%s=%d %f %%", "x", 5, 1.5), TqLua_dprintf(L, "never %d", 1), ret(L, lua_gettop(L));),
+    BIND(printf, TqLua_printf(L, "%s=%d %f %%", "x", 5, 1.5); TqLua_dprintf(L, "never %d", 1);
+         return ret(L, lua_gettop(L));),
     BIND(logString, return TqLua_alwaysLogString(lua_tostring(L, 1)), TqLua_debugLogString("never"), 0;),
     BIND(traceback, return TqLua_pushTraceback(L, lua_tostring(L, 1), 0, integer(L, 2));),
-    BIND(dumpTraceback, return TqLua_dumpTraceback(L, lua_tostring(L, 1), 0), TqLua_dumpTracebackVerbose(L, lua_tostring(L, 2), 0), 0;),
+    BIND(dumpTraceback, TqLua_dumpTraceback(L, lua_tostring(L, 1), 0);
+         return TqLua_dumpTracebackVerbose(L, lua_tostring(L, 2), 0), 0;),
     BIND(dumpSkipping, return TqLua_dumpTracebackSkippingLevels(L, lua_tostring(L, 1), integer(L, 2)), 0;),
     BIND(dumpTrace, return dumpTrace(L), 0;),
     BIND(describe, return TqLua_shortStringDescription(L, L, 1), TqLua_stringDescription(L, L, 1), 2;),
@@ -453,7 +459,8 @@ const luaL_Reg kBindings[] = {
     BIND(disassemble, return lua_disassemble(L, static_cast<unsigned int>(luaL_checknumber(L, 1)));),
     // Packed values, cargo, copies between states.
     {"pack", pack}, {"cargo", cargo},
-    BIND(unpack, std::vector<uint64_t> bytes = packedBytes(L); StderrCapture capture; const size_t size = TqTransitValue_unpack(L, bytes.data());
+    BIND(unpack, std::vector<uint64_t> bytes = packedBytes(L); StderrCapture capture;
+         const size_t size = TqTransitValue_unpack(L, bytes.data());
          return ret(L, size), 2;),
     BIND(dumpPacked, std::vector<uint64_t> bytes = packedBytes(L); StderrCapture capture;
          const size_t size = TqTransitValue_dump(bytes.data()); return ret(L, capture.text().c_str()), ret(L, size), 2;),
@@ -468,7 +475,8 @@ const luaL_Reg kBindings[] = {
     // Native queue handles.
     BIND(newHandle, return lua_pushlightuserdata(L, TqTransitQueue_createQueue(0)), 1;),
     {"release", release},
-    BIND(releaseSilent, StderrCapture capture; TqTransitQueue_releaseSilent(handle(L, 1)); return ret(L, capture.text().c_str());),
+    BIND(releaseSilent, StderrCapture capture; TqTransitQueue_releaseSilent(handle(L, 1));
+         return ret(L, capture.text().c_str());),
     BIND(retain, return lua_pushlightuserdata(L, TqTransitQueue_checkRetainFromLua(L, 1)), 1;),
     BIND(pushQueue, return TqTransitQueue_pushQueue_L(L, handle(L, 1));),
     BIND(handleOf, return lua_pushlightuserdata(L, TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class)), 1;),
@@ -482,10 +490,12 @@ const luaL_Reg kBindings[] = {
          if (lua_isstring(L, 2)) TqTransitCargo_pushLString(cargo, lua_tostring(L, 2), lua_objlen(L, 2));
          else TqTransitCargo_pushTransitQueue(cargo, handle(L, 2), 1);
          return TqTransitQueue_enqueueAndReleaseCargo(handle(L, 1), cargo), 0;),
-    BIND(dequeueString, TqTransitQueueString *string = TqTransitQueue_dequeueCopyOfString(handle(L, 1), lua_toboolean(L, 2), lua_tonumber(L, 3));
+    BIND(dequeueString, TqTransitQueue *queue = handle(L, 1);
+         TqTransitQueueString *string = TqTransitQueue_dequeueCopyOfString(queue, lua_toboolean(L, 2), lua_tonumber(L, 3));
          if (!string) return 0; size_t length = 0; const char *bytes = TqTransitQueue_stringToCString(string, &length);
          return lua_pushlstring(L, bytes, length + 1), TqTransitQueue_releaseString(string), 1;),
-    BIND(collectQueue, const TqDirectObjectMethod *gc = TqTransitQueue_Class.methods; while (std::strcmp(gc->name, "__gc")) ++gc;
+    BIND(collectQueue, const TqDirectObjectMethod *gc = TqTransitQueue_Class.methods;
+         while (std::strcmp(gc->name, "__gc")) ++gc;
          StderrCapture capture; gc->method(TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class), L);
          return ret(L, capture.text().c_str());),
     // Transit queues.

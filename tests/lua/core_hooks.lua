@@ -29,8 +29,8 @@ local triggers, others = T.triggers()
 assert(triggers == "" and others > 0, "dropped triggers")
 
 -- Every prototype is reported once created and once freed (by the collector, only dead ones).
-local chunk = "local x = 1\n\nlocal function f(a)\n  return a + 1\nend\nlocal function g() return function() return x end end\n" ..
-  "return f(x) + g()()"
+local chunk = "local x = 1\n\nlocal function f(a)\n  return a + 1\nend\n" ..
+  "local function g() return function() return x end end\nreturn f(x) + g()()"
 collectgarbage()
 T.protoHook(true)
 for cycle = 1, 60 do

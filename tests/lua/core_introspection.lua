@@ -55,8 +55,9 @@ assert(t.n == 2 and t[1] == 7 and t[2] == 8)
 cases {
   {"debug.getvarargs(50)", "t:1: bad argument #1 to 'getvarargs' (level out of range)"},
   -- string.replace is plain and counts its replacements.
-  {"return all(string.replace('a.b.c', '.', '%1'))", "a%1b%1c 2"}, {"return all(('aaaa'):replace('aa', 'b'))", "bb 2"},
-  {"return all(('x-x-x'):replace('x', 'yy', 2))", "yy-yy-x 2"}, {"return all(('abc'):replace('z', 'y'))", "abc 0"},
-  {"return #(('a\\0b\\0'):replace('\\0', ''))", 2},
+  {"return all(string.replace('a.b.c', '.', '%1'))", "a%1b%1c 2"},
+  {"return all(('aaaa'):replace('aa', 'b'))", "bb 2"},
+  {"return all(('x-x-x'):replace('x', 'yy', 2))", "yy-yy-x 2"},
+  {"return all(('abc'):replace('z', 'y'))", "abc 0"}, {"return #(('a\\0b\\0'):replace('\\0', ''))", 2},
   {"return ('abc'):replace('', 'x')", "t:1: bad argument #1 to 'replace' (empty search string)"},
 }

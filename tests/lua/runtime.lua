@@ -95,7 +95,8 @@ local asked = "@/first/mod.lua r\n@/second/mod.lua r\n@/second/mod.lua rb\n@/fir
   "@/second/tqtestmod.lua r\n@/first/tqtestmod.so r\n# r\nload #\n"
 same(T.hooks(true, "", true), (asked:gsub("@", folder):gsub("#", T.nativeModule)), "require")
 package.loaded.tqtestmod, tqtestmod = nil, nil
-same(select(2, pcall(require, "tqtestmod")), "error loading module 'tqtestmod' from file '" .. folder .. "/first/tqtestmod.so" ..
+same(select(2, pcall(require, "tqtestmod")),
+  "error loading module 'tqtestmod' from file '" .. folder .. "/first/tqtestmod.so" ..
   "':\n\tcannot load library (no reason given)", "refused library")
 T.hooks(false)
 os.execute("rm -r " .. folder)

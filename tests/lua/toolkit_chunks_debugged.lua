@@ -7,8 +7,8 @@ cases {
   {"return select(2, pcallChunk('x = =', 'p'))", [[[string "p"]:1: unexpected symbol near '=']]},
   {"return table.concat({pcallChunk('error(\"boom\", 0)', 'p')}, '|')", "2|boom"},
   {"return table.concat({pcallChunk('return 7, 8', 'p')}, '|')", "0|7|8"},
-  {"return table.concat({callChunk('return 1, 2', 'two')}, '|')", "2|1|2"}, {"return callChunk('', 'none')", 0},
-  {"callChunk('error(\"boom\", 0)', 'c')", "boom"},
+  {"return table.concat({callChunk('return 1, 2', 'two')}, '|')", "2|1|2"},
+  {"return callChunk('', 'none')", 0}, {"callChunk('error(\"boom\", 0)', 'c')", "boom"},
   {"callChunk('x = = 1', 'bad')", [[[string "bad"]:1: unexpected symbol near '=']]},
   {"loadAndCapture({}, 'n')", "t:1: bad argument #1 to 'loadAndCapture' (string expected, got table)"},
   {"loadAndCapture('return +', 'bad')", [[[string "bad"]:1: unexpected symbol near '+']]},
@@ -27,7 +27,8 @@ cases {
   {"send({greet = function() error('inside', 0) end})", "inside"},
   -- Native functions.
   {"return closure(0, false)", nil}, {"return select(2, closure(2, true, 'a', 'b')())", "b"},
-  {"closure(-1, true)", "Assertion failed: 0 <= values"}, {"closure(1, false, 'a')", "Assertion failed: func || !values"},
+  {"closure(-1, true)", "Assertion failed: 0 <= values"},
+  {"closure(1, false, 'a')", "Assertion failed: func || !values"},
   {"return functionFor(1, 0)()", 42}, {"return functionFor(2, 0)()", 42},
   {"return functionFor(1, 0) == functionFor(2, 0)", true},
   {"return functionFor(1, nil) ~= functionFor(1, nil)", true}, {"return functionFor(1, nil)()", 42},
@@ -92,8 +93,8 @@ end
 same(select(2, T.callChunk("return 'original'", nil)), "original", "unnamed")
 same(table.concat(asked, ","), "swapped,number,broken,raising,table,plain", "asked")
 local original = "return 'original'|"
-same(T.capture(false), "return 'substitute'|swapped\n" .. original .. "number\n" .. original .. "broken\n" .. original .. "raising\n"
-  .. original .. "table\n" .. original .. "plain\n" .. original .. "(null)\n", "captured texts")
+same(T.capture(false), "return 'substitute'|swapped\n" .. original .. "number\n" .. original .. "broken\n" ..
+  original .. "raising\n" .. original .. "table\n" .. original .. "plain\n" .. original .. "(null)\n", "captured texts")
 
 -- luaL_loadfile (dofile, loadfile, require): chunk names, whole-file reads, the interpreter
 -- line, unreadable files and captured file text.

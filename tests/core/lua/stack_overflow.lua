@@ -46,6 +46,7 @@ compile("nested blocks", ("do "):rep(300) .. ("end "):rep(300))
 compile("too many locals", "local " .. ("v, "):rep(250) .. "v = 1")
 local locals, uses = {}, {}
 for i = 1, 70 do locals[i], uses[i] = "local u" .. i .. " = " .. i, "u" .. i end
-compile("too many upvalues", table.concat(locals, "\n") .. "\nreturn function() return " .. table.concat(uses, " + ") .. " end")
+compile("too many upvalues",
+  table.concat(locals, "\n") .. "\nreturn function() return " .. table.concat(uses, " + ") .. " end")
 compile("long but flat", "return " .. ("1 + "):rep(5000) .. "1")
 show.check("still usable", function() return depth > 0, pcallDepth > 0 end)

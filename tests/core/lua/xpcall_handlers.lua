@@ -16,7 +16,8 @@ report("missing handler", pcall(xpcall, function() end))
 report("handler of a run-time error", xpcall(function() local x; return x.y end, function(m) return "got " .. m end))
 report("handler of a stack overflow", xpcall(recurse, function(m) return "handled: " .. m end))
 report("handler recursing on overflow", xpcall(recurse, function() return recurse() end))
-report("handler converts an object", xpcall(function() fail(setmetatable({}, {__tostring = function() return "F!" end})) end, tostring))
+local object = setmetatable({}, {__tostring = function() return "F!" end})
+report("handler converts an object", xpcall(function() fail(object) end, tostring))
 -- The traceback handler; the handler runs on the failing stack, where debug.getinfo sees the raiser.
 local function level3() error("traced") end
 local function level2() level3() end

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <set>
@@ -52,6 +53,12 @@ void recordCapture(lua_State *, const char *source, size_t length, const char *n
 
 void throwingCapture(lua_State *, const char *, size_t, const char *) { throw std::runtime_error("hook failed"); }
 void raisingCapture(lua_State *L, const char *, size_t, const char *) { luaL_error(L, "hook raised"); }
+
+[[noreturn]] void raiseFormatted(lua_State *L, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  TqLua_errorText_va(L, format, arguments);
+}
 
 // Halt hooks: record the halted instruction; the yielding one also yields at every other hit.
 void recordHalt(lua_State *L, lua_Debug *ar) {
@@ -308,6 +315,8 @@ const luaL_Reg kBindings[] = {
     BIND(optString, return ret(L, TqLua_optString(L, 1, "default"));),
     BIND(optBoolean, return ret(L, TqLua_optBoolean(L, 1, 5));),
     BIND(optLight, return flag(L, TqLua_optLightUserdata(L, 1, L) == L);),
+    BIND(optOthers, const lua_Number n = TqLua_optNumber(L, 1, 0.5); const bool u = TqLua_optUserdata(L, 2, L) == L;
+         const bool h = TqLua_optHeavyUserdata(L, 3, L) == L; return ret(L, n), flag(L, u), flag(L, h), 3;),
     BIND(warnParameterCount, const int n = integer(L, 1); lua_remove(L, 1);
          return TqLua_warnParameterCount(L, n), ret(L, lua_gettop(L));),
     BIND(normalize, return ret(L, TqLua_normalize(L, integer(L, 1)));),
@@ -316,6 +325,7 @@ const luaL_Reg kBindings[] = {
     BIND(popNil, const bool popped = TqLua_popNil(L); const int top = lua_gettop(L);
          return flag(L, popped), ret(L, top), 2;),
     BIND(errorText, TqLua_errorText(L, "%s went wrong %d times", "it", 3);),
+    BIND(errorTextVa, raiseFormatted(L, "%d%% of %s", 50, "it");),
     {"probe", probe},
     BIND(light, return lua_pushlightuserdata(L, lua_toboolean(L, 1) ? L : nullptr), 1;),
     BIND(heavy, return lua_newuserdata(L, static_cast<size_t>(luaL_optinteger(L, 1, 16))), 1;),
@@ -479,6 +489,7 @@ const luaL_Reg kBindings[] = {
          return ret(L, capture.text().c_str());),
     BIND(retain, return lua_pushlightuserdata(L, TqTransitQueue_checkRetainFromLua(L, 1)), 1;),
     BIND(pushQueue, return TqTransitQueue_pushQueue_L(L, handle(L, 1));),
+    BIND(optQueue, return flag(L, TqDirectObject_optFromLua(L, 1, &TqTransitQueue_Class, L) == L);),
     BIND(handleOf, return lua_pushlightuserdata(L, TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class)), 1;),
     BIND(handleView, const HandleView *view = reinterpret_cast<HandleView *>(handle(L, 1));
          return ret(L, view->mark), ret(L, static_cast<lua_Number>(reinterpret_cast<uintptr_t>(view->core))), 2;),

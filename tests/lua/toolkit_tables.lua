@@ -48,7 +48,7 @@ cases {
   {"return all(getMethod(nil, 'x'))", "0"},
   {"getMethod({}, 12)", "t:1: bad argument #-1 to 'getMethod' (string expected, got number)"},
   {"return all(getMethodByName(" .. index42 .. ", 'x'))", "1 42"},
-  {"return all(getMethodByName(nil, 'x'))", "0"},
+  {"return all(getMethodByName(nil, 'x'), getMethodByName({}, 'x'))", "0 0"},
   {"return all(getMethodByName(setmetatable({}, {__hasmethods = {size = 3}}), 'size'))", "1 3"},
   -- Lookups with and without metamethods.
   {"return getTable(" .. index42 .. ", 'a') .. deref(" .. index42 .. ", 'b')", "4242"},

@@ -39,6 +39,7 @@ same(select(2, pcall(T.pack, loop)), "stack overflow (No space in source for cop
 same(T.dumpPacked(select(2, T.pack({"text", {true, false}}))), '{\n\t  [ 1.000000 ] = "text",\n\t  [ 2.000000 ] = ' ..
   '\t  {\n\t  \t  [ 1.000000 ] = true,\n\t  \t  [ 2.000000 ] = false,\n\t  },\n}', "dump")
 same(T.dumpPacked(select(2, T.pack(nil))), "nil", "nil dump")
+same(T.dumpPacked(select(2, T.pack({a = T.plain(("x"):rep(16))}))), '{\n\t  [ "a" ] = ,\n}', "a direct object prints nothing")
 assert(T.dumpPacked(select(2, T.pack(T.light(true)))):match("^LightUserData%( 0x%x+ %)$"))
 
 -- Random trees (keys and values of every kind, special numbers, long strings, direct
@@ -226,4 +227,6 @@ T.sendCargo(h, "zero\0inside")
 assert(T.isEmpty(h) == 0 and T.dequeueString(h, true, -1) == "zero\0inside\0" and T.isEmpty(h) == 1)
 assert(T.dequeueString(h, false, 0) == nil and T.dequeueString(h, true, 0.01) == nil)
 same(select(2, pcall(T.dequeueString, h, true, -1)), "Assertion failed: maxTime >= 0", "negative wait")
+assert(T.optQueue(nil) and not T.optQueue(closed))
+same(select(2, pcall(T.optQueue, "x")), "Expected object of class TransitQueue at index 1, got value of type string.", "opt")
 same(select(2, pcall(T.retain, 5)), "Expected object of class TransitQueue at index 1, got value of type number.", "retain")

@@ -431,6 +431,9 @@ const luaL_Reg kBindings[] = {
     BIND(throwStd, throw std::runtime_error(luaL_checkstring(L, 1));),
     BIND(throwNative, TqThrowProgramError(luaL_checkstring(L, 1));),
     BIND(throwOther, throw 42;),
+    BIND(throwNullWhat, struct NullWhat : std::exception {
+           const char *what() const noexcept override { return nullptr; }
+         }; throw NullWhat();),
     // thrown(): the descriptions the throw hook was told since the last call, one a line.
     BIND(thrown, TqExceptions_setThrowHook([](lua_State *, const char *text) { sThrown.append(text).append("\n"); });
          return ret(L, sThrown.c_str()), sThrown.clear(), 1;),
@@ -489,6 +492,7 @@ const luaL_Reg kBindings[] = {
          return ret(L, capture.text().c_str());),
     BIND(retain, return lua_pushlightuserdata(L, TqTransitQueue_checkRetainFromLua(L, 1)), 1;),
     BIND(pushQueue, return TqTransitQueue_pushQueue_L(L, handle(L, 1));),
+    BIND(nullClass, return TqDirectObject_checkPushClassToLua(L, nullptr), 1;),
     BIND(optQueue, return flag(L, TqDirectObject_optFromLua(L, 1, &TqTransitQueue_Class, L) == L);),
     BIND(handleOf, return lua_pushlightuserdata(L, TqDirectObject_checkFromLua(L, 1, &TqTransitQueue_Class)), 1;),
     BIND(handleView, const HandleView *view = reinterpret_cast<HandleView *>(handle(L, 1));

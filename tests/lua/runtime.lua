@@ -4,6 +4,7 @@ cases {
   {"return select(2, pcall(throwStd, 'disk on fire'))", "disk on fire"},
   {"return select(2, pcall(coroutine.wrap(function() throwStd('in a coroutine') end)))", "in a coroutine"},
   {"return select(2, pcall(throwOther))", "(unknown C++ exception)"},
+  {"return select(2, pcall(throwNullWhat))", "(std::exception with NULL message?!)"},
   {"return select(2, pcall(throwNative, 'Assertion failed: packed'))", "Assertion failed: packed"},
   {"return select(2, pcall(programError, 'from Lua side'))", "from Lua side"},
   -- The Lua-error throwers' texts, without a position.

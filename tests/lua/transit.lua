@@ -182,6 +182,7 @@ cases {
   {"Point('1', 2)", "t:1: bad argument #2 to 'Point' (number expected, got string)"},
   {"return all(Shape:testObject(Circle()), Circle:testObject(Shape()), Shape:testObject(5))", "true false false"},
   {"return getmetatable(Shape)", "< private metatable >"},
+  {"nullClass()", "No class description provided when pushing class."},
   {"return plainBytes(copy(Circle()))", nil}, {"return copy(Circle()).id", 0},
 }
 

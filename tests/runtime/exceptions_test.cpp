@@ -49,6 +49,16 @@ TEST_F(UniverseTest, StatusesAtTheBoundaryAndErrorsThatReachTheHost) {
   EXPECT_EQ(thrown([&] { lua_call(L, 0, 0); }), "0 Assertion failed: packed");
 }
 
+TEST_F(UniverseTest, WithoutHandlersTheProcessEnds) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  TqLuaExceptionHandlers none = TqLuaUniverse_getExceptionHandlers(universe);
+  none.errorHandler = nullptr;
+  none.panicHandler = nullptr;
+  TqLuaUniverse_setExceptionHandlers(universe, &none);
+  EXPECT_DEATH(tqtest::run(L, "error('x')"), "");
+  EXPECT_EXIT((lua_pushnil(L), lua_error(L)), testing::ExitedWithCode(1), "");
+}
+
 // An allocator that refuses to grow past a budget.
 size_t sBudget = 0;
 void *limitedAlloc(void *, void *block, size_t oldSize, size_t newSize) {

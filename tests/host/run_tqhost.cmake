@@ -1,7 +1,8 @@
 # Runs tqhost and fails unless it exits with EXIT_STATUS and its output (standard output and
 # standard error) contains OUTPUT.
-#   cmake -DTQHOST=... -DEXIT_STATUS=n -DOUTPUT=text [-DSCRIPT_TEXT=lua] -P run_tqhost.cmake -- ARGS...
-# With SCRIPT_TEXT, the text is written to a script whose path replaces the argument SCRIPT.
+#   cmake -DTQHOST=... -DNAME=test -DEXIT_STATUS=n -DOUTPUT=text [-DSCRIPT_TEXT=lua] -P run_tqhost.cmake -- ARGS...
+# With SCRIPT_TEXT, the text is written to a script (named after the test) whose path replaces
+# the argument SCRIPT.
 set(_args "")
 set(_after_separator FALSE)
 math(EXPR _last "${CMAKE_ARGC} - 1")
@@ -9,8 +10,7 @@ foreach(_i RANGE ${_last})
   if(_after_separator)
     set(_arg "${CMAKE_ARGV${_i}}")
     if(_arg STREQUAL "SCRIPT")
-      string(RANDOM LENGTH 8 _tag)
-      set(_arg "${CMAKE_CURRENT_BINARY_DIR}/tqhost_${_tag}.lua")
+      set(_arg "${CMAKE_CURRENT_BINARY_DIR}/tqhost_${NAME}.lua")
       file(WRITE "${_arg}" "${SCRIPT_TEXT}")
       set(_script "${_arg}")
     endif()

@@ -13,7 +13,7 @@ ctest --preset coverage -j"$jobs" "$@" || status=$?
 lcov -q --capture --directory "$build" --output-file "$build/all.info" 2>/dev/null
 patterns=()
 for folder in core toolkit runtime transit debugger host; do patterns+=("$root/$folder/*"); done
-lcov -q --extract "$build/all.info" "${patterns[@]}" --output-file "$build/own.info"
+lcov -q --extract "$build/all.info" "${patterns[@]}" --output-file "$build/own.info" 2>/dev/null
 awk -v root="$root/" '
   /^SF:/ { path = substr($0, 4); sub(root, "", path); split(path, part, "/"); folder = part[1] }
   /^LF:/ { found[folder] += substr($0, 4); total += substr($0, 4) }

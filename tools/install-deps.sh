@@ -8,4 +8,4 @@ apt-get install -y -qq --no-install-recommends \
   g++ cmake make patch pkg-config ca-certificates \
   libgtest-dev libgmock-dev libbenchmark-dev \
   libcivetweb-dev libcurl4-openssl-dev \
-  lua5.1 liblua5.1-0-dev >/dev/null
+  lua5.1 liblua5.1-0-dev lcov >/dev/null

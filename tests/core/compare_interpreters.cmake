@@ -51,7 +51,7 @@ if(INPUT_FILE)
 endif()
 if(INPUT_COMMAND)
   separate_arguments(_producer UNIX_COMMAND "${INPUT_COMMAND}")
-  string(RANDOM LENGTH 8 _tag)
+  string(MD5 _tag "${_args}${INPUT_COMMAND}")  # one name per test: tests run in parallel
   set(_input "${WORKING_DIRECTORY}/.compare_input_${_tag}")
   execute_process(COMMAND ${_producer} WORKING_DIRECTORY "${WORKING_DIRECTORY}"
     OUTPUT_FILE "${_input}" RESULT_VARIABLE _rc)

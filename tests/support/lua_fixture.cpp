@@ -9,11 +9,7 @@ std::string run(lua_State *L, const std::string &code) {
   const int top = lua_gettop(L);
   int status = luaL_loadbuffer(L, code.data(), code.size(), "=test");
   if (status == 0) status = lua_pcall(L, 0, 0, 0);
-  std::string error;
-  if (status != 0) {
-    const char *text = lua_tostring(L, -1);
-    error = text ? text : "(non-string error)";
-  }
+  const std::string error = status == 0 ? "" : lua_tostring(L, -1) ? lua_tostring(L, -1) : "(non-string error)";
   lua_settop(L, top);
   return error;
 }
@@ -27,15 +23,15 @@ std::string programErrorOf(const std::function<void()> &f) {
   return "nothing thrown";
 }
 
-std::string eval(lua_State *L, const std::string &expression) {
+std::string protect(lua_State *L, const std::function<void(lua_State *)> &body) {
   const int top = lua_gettop(L);
-  const std::string code = "return tostring(" + expression + ")";
-  int status = luaL_loadbuffer(L, code.data(), code.size(), "=test");
-  if (status == 0) status = lua_pcall(L, 0, 1, 0);
-  std::string result = lua_tostring(L, -1) ? lua_tostring(L, -1) : "(non-string)";
-  if (status != 0) result = "error: " + result;
+  const int status = lua_cpcall(L, [](lua_State *S) {
+    const auto *run = static_cast<const std::function<void(lua_State *)> *>(lua_touserdata(S, 1));
+    return lua_pop(S, 1), (*run)(S), 0;
+  }, const_cast<std::function<void(lua_State *)> *>(&body));
+  std::string error = status ? lua_tostring(L, -1) : "";
   lua_settop(L, top);
-  return result;
+  return error;
 }
 
 namespace {

@@ -16,8 +16,8 @@ std::string run(lua_State *L, const std::string &code);
 // The message of the TqLuaException that f throws, or "nothing thrown".
 std::string programErrorOf(const std::function<void()> &f);
 
-// Evaluates an expression and returns its tostring.
-std::string eval(lua_State *L, const std::string &expression);
+// Runs body(L) inside lua_cpcall; returns "" or the error text.
+std::string protect(lua_State *L, const std::function<void(lua_State *)> &body);
 
 // A secondary universe (creating it calls KrInit first) with the standard libraries.
 class UniverseTest : public ::testing::Test {

@@ -1,22 +1,18 @@
-/* A Lua extension module written in C against the stock Lua 5.1 headers and linked
- * against no Lua library: the host process provides the Lua C API. */
+/* A Lua extension module in C, built against the stock Lua 5.1 headers and linked against no
+ * Lua library: the host process provides the Lua C API. */
 #include <lua.h>
 #include <lauxlib.h>
 
 /* range(n): the table {1, ..., n}. */
 static int range(lua_State *L) {
-  int n = luaL_checkint(L, 1);
-  int i;
+  int n = luaL_checkint(L, 1), i;
   lua_createtable(L, n, 0);
-  for (i = 1; i <= n; i++) {
-    lua_pushinteger(L, i);
-    lua_rawseti(L, -2, i);
-  }
+  for (i = 1; i <= n; i++) lua_pushinteger(L, i), lua_rawseti(L, -2, i);
   return 1;
 }
 
-/* map(t, f): a new table of f(t[i]) for i = 1 .. #t, calling back into Lua unprotected,
- * so that an error raised by f passes through this C frame. */
+/* map(t, f): a new table of f(t[i]), calling back into Lua unprotected, so that an error
+ * raised by f passes through this C frame. */
 static int map(lua_State *L) {
   int n, i;
   luaL_checktype(L, 1, LUA_TTABLE);
@@ -33,28 +29,17 @@ static int map(lua_State *L) {
 }
 
 /* fail(text): raises "tqtestmod: <text>" with the caller's position. */
-static int fail(lua_State *L) {
-  return luaL_error(L, "tqtestmod: %s", luaL_checkstring(L, 1));
-}
+static int fail(lua_State *L) { return luaL_error(L, "tqtestmod: %s", luaL_checkstring(L, 1)); }
 
-/* protect(f, ...): calls f with lua_pcall from C and returns the status and the results
- * or the error value. */
+/* protect(f, ...): lua_pcall from C; returns the status and the results or the error. */
 static int protect(lua_State *L) {
-  int status;
   luaL_checktype(L, 1, LUA_TFUNCTION);
-  status = lua_pcall(L, lua_gettop(L) - 1, LUA_MULTRET, 0);
-  lua_pushinteger(L, status);
+  lua_pushinteger(L, lua_pcall(L, lua_gettop(L) - 1, LUA_MULTRET, 0));
   lua_insert(L, 1);
   return lua_gettop(L);
 }
 
-static const luaL_Reg functions[] = {
-  {"range", range},
-  {"map", map},
-  {"fail", fail},
-  {"protect", protect},
-  {NULL, NULL}
-};
+static const luaL_Reg functions[] = {{"range", range}, {"map", map}, {"fail", fail}, {"protect", protect}, {NULL, NULL}};
 
 int luaopen_tqtestmod(lua_State *L) {
   luaL_register(L, "tqtestmod", functions);

@@ -1,76 +1,37 @@
 -- Error values of every type keep their type and identity through pcall.
 local show = dofile("support/show.lua")
-local check = show.check
-
 local function raise(value) error(value) end
-local function raiseAt(value, level) error(value, level) end
-
-check("no value", error)
-check("nil", raise, nil)
-check("false", raise, false)
-check("true", raise, true)
-check("number from C", error, 42)
-check("number from Lua gains a position", raise, 42)
-check("float", error, 2.5)
-check("string from C", error, "plain")
-check("string from Lua gains a position", raise, "boom")
-check("embedded zero", error, "a\0b")
-check("count of results", function() return select("#", pcall(error)) end)
-
-local long = string.rep("0123456789", 500)
-local ok, message = pcall(error, long)
-print("long message", ok, #message, message == long)
-
-local tbl = {}
-ok, message = pcall(raise, tbl)
-print("table", ok, type(message), message == tbl)
-
-local fn = function() end
-ok, message = pcall(raise, fn)
-print("function", ok, type(message), message == fn)
-
-local thread = coroutine.create(fn)
-ok, message = pcall(raise, thread)
-print("thread", ok, type(message), message == thread)
-
-local proxy = newproxy(true)
-getmetatable(proxy).__tostring = function() return "proxy object" end
-ok, message = pcall(raise, proxy)
-print("userdata", ok, type(message), message == proxy, tostring(message))
+show.run {
+  "error()", "error(nil)", "error(false)", "error(true)", "error(42, 0)", "error(42)", "error(2.5, 0)",
+  "error('plain', 0)", "error('boom')", "error('a\\0b', 0)", "return select('#', pcall(error))",
+  "local long = ('0123456789'):rep(500) local ok, m = pcall(error, long) return ok, #m, m == long",
+}
+for _, value in ipairs({{}, print, coroutine.create(function() end), newproxy()}) do
+  local ok, message = pcall(raise, value)
+  print(type(value), ok, type(message), message == value)
+end
 
 -- Error objects with __tostring: the object itself travels, tostring shows it.
-local Failure = {}
-Failure.__index = Failure
-Failure.__tostring = function(self) return "Failure(" .. self.code .. ")" end
-local failure = setmetatable({code = 17}, Failure)
-ok, message = pcall(raise, failure)
+local failure = setmetatable({code = 17}, {__tostring = function(self) return "Failure(" .. self.code .. ")" end})
+local ok, message = pcall(raise, failure)
 print("object", ok, message == failure, tostring(message), message.code)
-
 local broken = setmetatable({}, {__tostring = function() error("tostring broke") end})
 ok, message = pcall(raise, broken)
 print("object whose __tostring fails", ok, message == broken)
-check("tostring of it", tostring, broken)
-
+show.check("tostring of it", tostring, broken)
 local notText = setmetatable({}, {__tostring = function() return 99 end})
 ok, message = pcall(raise, notText)
 print("object whose __tostring gives a number", ok, message == notText, tostring(message))
-check("print of it", print, notText)
+show.check("print of it", print, notText)
 
--- Nested protected calls.
-check("pcall of pcall", pcall, error, "inner")
-check("pcall without a function", pcall)
-check("calling a nil value", pcall, nil)
-check("error rethrown at level 0", function()
-  local _, inner = pcall(raise, "first")
-  error(inner, 0)
-end)
+show.run {
+  "return pcall(error, 'inner')", "return pcall()", "return pcall(nil)",
+  "local _, inner = pcall(error, 'first') error(inner, 0)",
+}
 
 -- A finalizer that fails raises its error from the collection that ran it.
 collectgarbage("stop")
-do
-  local doomed = newproxy(true)
-  getmetatable(doomed).__gc = function() error("finalizer failed", 0) end
-end
-check("collect", collectgarbage, "collect")
+do getmetatable(newproxy(true)).__gc = function() error("finalizer failed", 0) end end
+show.check("collect", collectgarbage, "collect")
 collectgarbage("restart")
-check("collect again", collectgarbage, "collect")
+show.check("collect again", collectgarbage, "collect")

@@ -1,4 +1,3 @@
--- An error raised in a coroutine and rethrown by coroutine.wrap reaches the top.
 local generator = coroutine.wrap(function()
   coroutine.yield(1)
   error("generator failed")

@@ -1,5 +1,5 @@
--- Describes values and protected-call results without addresses, so that two
--- interpreters running the same script print the same text.
+-- Describes values and protected-call results without addresses, so that two interpreters
+-- running the same script print the same text.
 local show = {}
 
 function show.value(v)
@@ -16,8 +16,11 @@ function show.values(...)
 end
 
 -- Prints the label and what pcall(f, ...) returns.
-function show.check(label, f, ...)
-  print(label .. ": " .. show.values(pcall(f, ...)))
+function show.check(label, f, ...) print(label .. ": " .. show.values(pcall(f, ...))) end
+
+-- Runs each snippet (its text is its chunk name) and prints what it returns or raises.
+function show.run(snippets)
+  for _, code in ipairs(snippets) do show.check(code, assert(loadstring(code))) end
 end
 
 return show
